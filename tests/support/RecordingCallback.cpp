@@ -1,0 +1,229 @@
+#include "support/RecordingCallback.h"
+
+#include "buttondriver/KVB_Messages.h"
+
+#include <QCoreApplication>
+#include <QMutexLocker>
+
+QString RecordingCallback::describe(const QByteArray &msg)
+{
+    buttondriver::DecodedCommand cmd;
+    if (!buttondriver::decodeCommand(msg, &cmd))
+        return QStringLiteral("undecodable ") + QString::fromLatin1(msg.toHex());
+
+    const std::vector<qint32> &w = cmd.words;
+    auto words = [&w](size_t from, size_t to) {
+        QStringList parts;
+        for (size_t i = from; i < to && i < w.size(); ++i)
+            parts << QString::number(w[i]);
+        return parts.join(QLatin1Char(' '));
+    };
+    switch (cmd.code) {
+    case buttondriver::KVB_CODE_DRAWTEXT: // screen, line, inverted, length
+        return QStringLiteral("text %1 %2").arg(words(0, 3), cmd.text());
+    case buttondriver::KVB_CODE_CLEARSCREEN:
+        return QStringLiteral("clear ") + words(0, 1);
+    case buttondriver::KVB_CODE_BUTTONLEDS:
+        return QStringLiteral("leds ") + words(0, 3);
+    case buttondriver::KVB_CODE_DRAWTEXTAT: // screen, pos, col, width, colour, bg, length
+        return QStringLiteral("textat %1 0x%2 %3 %4")
+            .arg(words(0, 4))
+            .arg(quint32(w.at(4)), 0, 16)
+            .arg(w.at(5))
+            .arg(cmd.text());
+    case buttondriver::KVB_CODE_SETLED:
+        return QStringLiteral("led ") + words(0, 2);
+    case buttondriver::KVB_CODE_SETLED2:
+        return QStringLiteral("led2 ") + words(0, 2);
+    case buttondriver::KVB_CODE_CMD10:
+        return QStringLiteral("cmd10");
+    default:
+        return QStringLiteral("code%1 %2").arg(cmd.code).arg(words(0, w.size()));
+    }
+}
+
+void RecordingCallback::record(const QStringList &lines)
+{
+    std::function<void(const QString &)> hook;
+    {
+        QMutexLocker lock(&_mutex);
+        _journal << lines;
+        hook = _hook;
+    }
+    if (hook)
+        hook(lines.first());
+}
+
+bool RecordingCallback::pcb_send_messages(const std::vector<QByteArray> &msgs)
+{
+    QStringList lines{QStringLiteral("batch %1").arg(msgs.size())};
+    QStringList described;
+    for (const QByteArray &msg : msgs)
+        described << describe(msg);
+    lines << described;
+    bool result;
+    {
+        QMutexLocker lock(&_mutex);
+        _commands << described;
+        _sends.push_back(msgs);
+        for (const QString &line : described)
+            _undecodable += line.startsWith(QLatin1String("undecodable ")) ? 1 : 0;
+        result = _sendResult;
+    }
+    record(lines);
+    return result;
+}
+
+bool RecordingCallback::pcb_send_message(const QByteArray &msg)
+{
+    const QString line = describe(msg);
+    bool result;
+    {
+        QMutexLocker lock(&_mutex);
+        _commands << line;
+        _sends.push_back({msg});
+        _undecodable += line.startsWith(QLatin1String("undecodable ")) ? 1 : 0;
+        result = _sendResult;
+    }
+    record({line});
+    return result;
+}
+
+void RecordingCallback::pcb_exit_setup()
+{
+    record({QStringLiteral("exit_setup")});
+}
+
+void RecordingCallback::pcb_save_network_settings()
+{
+    record({QStringLiteral("save_network_settings")});
+}
+
+void RecordingCallback::pcb_reserved()
+{
+    record({QStringLiteral("reserved")});
+}
+
+void RecordingCallback::pcb_reboot()
+{
+    record({QStringLiteral("reboot")});
+}
+
+void RecordingCallback::pcb_poweroff()
+{
+    record({QStringLiteral("poweroff")});
+}
+
+void RecordingCallback::pcb_sleep(int msecs)
+{
+    bool process;
+    {
+        QMutexLocker lock(&_mutex);
+        process = _processEventsInSleep;
+    }
+    record({QStringLiteral("sleep %1").arg(msecs)});
+    if (process)
+        QCoreApplication::processEvents();
+}
+
+void RecordingCallback::pcb_update_font_dimensions(int width, int height)
+{
+    {
+        QMutexLocker lock(&_mutex);
+        _fontWidth = width;
+        _fontHeight = height;
+    }
+    record({QStringLiteral("update_font %1 %2").arg(width).arg(height)});
+}
+
+void RecordingCallback::pcb_get_current_font_dimensions(int *width, int *height)
+{
+    if (!width || !height) {
+        record({QStringLiteral("get_font null")});
+        return;
+    }
+    {
+        QMutexLocker lock(&_mutex);
+        *width = _fontWidth;
+        *height = _fontHeight;
+    }
+    record({QStringLiteral("get_font")});
+}
+
+QStringList RecordingCallback::journal() const
+{
+    QMutexLocker lock(&_mutex);
+    return _journal;
+}
+
+QStringList RecordingCallback::takeJournal()
+{
+    QMutexLocker lock(&_mutex);
+    QStringList taken;
+    taken.swap(_journal);
+    return taken;
+}
+
+QStringList RecordingCallback::commands() const
+{
+    QMutexLocker lock(&_mutex);
+    return _commands;
+}
+
+std::vector<std::vector<QByteArray>> RecordingCallback::sends() const
+{
+    QMutexLocker lock(&_mutex);
+    return _sends;
+}
+
+int RecordingCallback::undecodableCount() const
+{
+    QMutexLocker lock(&_mutex);
+    return _undecodable;
+}
+
+void RecordingCallback::clear()
+{
+    QMutexLocker lock(&_mutex);
+    _journal.clear();
+    _commands.clear();
+    _sends.clear();
+    _undecodable = 0;
+}
+
+void RecordingCallback::setFontDimensions(int width, int height)
+{
+    QMutexLocker lock(&_mutex);
+    _fontWidth = width;
+    _fontHeight = height;
+}
+
+int RecordingCallback::fontWidth() const
+{
+    QMutexLocker lock(&_mutex);
+    return _fontWidth;
+}
+
+int RecordingCallback::fontHeight() const
+{
+    QMutexLocker lock(&_mutex);
+    return _fontHeight;
+}
+
+void RecordingCallback::setSendResult(bool result)
+{
+    QMutexLocker lock(&_mutex);
+    _sendResult = result;
+}
+
+void RecordingCallback::setProcessEventsInSleep(bool process)
+{
+    QMutexLocker lock(&_mutex);
+    _processEventsInSleep = process;
+}
+
+void RecordingCallback::setCallHook(std::function<void(const QString &)> hook)
+{
+    QMutexLocker lock(&_mutex);
+    _hook = std::move(hook);
+}

@@ -1,0 +1,89 @@
+#ifndef RECORDINGCALLBACK_H
+#define RECORDINGCALLBACK_H
+
+#include "pages/Page.h"
+
+#include <QByteArray>
+#include <QMutex>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <vector>
+
+// A PageCallback for page tests: it records, in order, everything a page asks
+// of the controller, and decodes each command into a readable line:
+//   "text <screen> <line> <inverted> <text>"         code 15
+//   "clear <screen>"                                 code 16
+//   "leds <button> <level1> <level2>"                code 17
+//   "textat <screen> <pos> <col> <width> 0x<colour hex> <bg> <text>"   code 18
+//   "led <n> <v>" (code 21), "led2 <n> <v>" (code 22), "cmd10" (code 10)
+//   "code<N> <words...>" for the other codes
+//   "undecodable <hex>" for a message decodeCommand rejects.
+// The journal adds the call boundaries: a pcb_send_messages call is the line
+// "batch <n>" followed by its n command lines; a pcb_send_message call is its
+// command line alone. Other calls are "exit_setup", "save_network_settings",
+// "reserved", "reboot", "poweroff", "sleep <ms>", "update_font <w> <h>",
+// "get_font" and "get_font null" (a null pointer: nothing written).
+// Thread-safe: the setup page's save thread calls it too.
+class RecordingCallback : public PageCallback
+{
+public:
+    RecordingCallback() = default;
+
+    bool pcb_send_messages(const std::vector<QByteArray> &msgs) override;
+    bool pcb_send_message(const QByteArray &msg) override;
+    void pcb_exit_setup() override;
+    void pcb_save_network_settings() override;
+    void pcb_reserved() override;
+    void pcb_reboot() override;
+    void pcb_poweroff() override;
+    void pcb_sleep(int msecs) override;
+    void pcb_update_font_dimensions(int width, int height) override;
+    void pcb_get_current_font_dimensions(int *width, int *height) override;
+
+    // The readable line for one command (see above).
+    static QString describe(const QByteArray &msg);
+
+    // Everything recorded since the last clear, in order.
+    QStringList journal() const;
+    // The journal, then cleared: handy for checking one step at a time.
+    QStringList takeJournal();
+    // Only the command lines, without batch markers and other calls.
+    QStringList commands() const;
+    // The raw messages of every send call, one vector per call.
+    std::vector<std::vector<QByteArray>> sends() const;
+    // Number of recorded messages that did not decode.
+    int undecodableCount() const;
+    void clear();
+
+    // What pcb_get_current_font_dimensions reports; pcb_update_font_dimensions
+    // changes it as the controller does. Starts at 8 x 13.
+    void setFontDimensions(int width, int height);
+    int fontWidth() const;
+    int fontHeight() const;
+
+    // Value returned by the two send operations (default true).
+    void setSendResult(bool result);
+    // When set, pcb_sleep processes pending events once (it never really sleeps).
+    void setProcessEventsInSleep(bool process);
+    // Called (outside the lock) after each recorded call with its journal
+    // line ("batch <n>" for a batch), e.g. to react to a save from the thread.
+    void setCallHook(std::function<void(const QString &)> hook);
+
+private:
+    void record(const QStringList &lines);
+
+    mutable QMutex _mutex;
+    QStringList _journal;
+    QStringList _commands;
+    std::vector<std::vector<QByteArray>> _sends;
+    int _undecodable = 0;
+    int _fontWidth = 8;
+    int _fontHeight = 13;
+    bool _sendResult = true;
+    bool _processEventsInSleep = false;
+    std::function<void(const QString &)> _hook;
+};
+
+#endif // RECORDINGCALLBACK_H
