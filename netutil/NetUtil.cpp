@@ -1,0 +1,152 @@
+#include "NetUtil.h"
+
+#include "panel/RuntimeEnv.h"
+
+#include <QByteArray>
+#include <QDebug>
+#include <QFile>
+#include <QSaveFile>
+#include <QStringList>
+
+#include <ifaddrs.h>
+#include <netinet/in.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+
+namespace {
+
+const char *const openFailed = "NetUtil : failed to open /etc/network/interfaces";
+
+QString interfacesPath()
+{
+    return runtimeenv::path("/etc/network/interfaces");
+}
+
+// Callers hand in the vector by index; a short one is refused rather than overrun.
+bool hasEntries(const std::vector<QString> &params, std::size_t needed)
+{
+    if (params.size() >= needed)
+        return true;
+    qDebug() << "NetUtil : parameter vector holds" << int(params.size()) << "entries, needs"
+             << int(needed);
+    return false;
+}
+
+} // namespace
+
+QString NetUtil::formatAddress(const struct sockaddr *address)
+{
+    if (!address || address->sa_family != AF_INET)
+        return QString();
+    const auto *in = reinterpret_cast<const struct sockaddr_in *>(address);
+    const auto *bytes = reinterpret_cast<const unsigned char *>(&in->sin_addr.s_addr);
+    return QString("%1.%2.%3.%4").arg(bytes[0]).arg(bytes[1]).arg(bytes[2]).arg(bytes[3]);
+}
+
+void NetUtil::getCurrentAddress(std::vector<QString> &params)
+{
+    if (!hasEntries(params, 3))
+        return;
+    struct ifaddrs *list = nullptr;
+    if (getifaddrs(&list) == -1) {
+        perror("getifaddrs");
+        return;
+    }
+    for (const struct ifaddrs *ifa = list; ifa; ifa = ifa->ifa_next) {
+        if (!ifa->ifa_addr || ifa->ifa_addr->sa_family != AF_INET)
+            continue;
+        if (QString::fromLocal8Bit(ifa->ifa_name) != QString("eth%1").arg(0))
+            continue;
+        params[0] = formatAddress(ifa->ifa_addr);
+        params[1] = formatAddress(ifa->ifa_netmask);
+        params[2] = formatAddress(ifa->ifa_broadaddr);
+    }
+    freeifaddrs(list);
+}
+
+void NetUtil::writeInterfacesFile(const std::vector<QString> &params)
+{
+    if (!hasEntries(params, 4))
+        return;
+    qDebug() << "&&&&&& write net file";
+
+    // Written beside the old file and renamed over it, so a power cut leaves
+    // either the old or the new file, never a truncated one.
+    QSaveFile file(interfacesPath());
+    if (!file.open(QIODevice::WriteOnly)) {
+        qDebug() << openFailed;
+        return;
+    }
+
+    QString text = "auto lo\niface lo inet loopback\n";
+    const QString &address = params[0];
+    if (!address.isEmpty() && address != "0.0.0.0") {
+        const QString interface = QString("eth%1").arg(0);
+        text += QString("\nauto %1\n").arg(interface);
+        text += QString("iface %1 inet static\n").arg(interface);
+        text += QString("address %1\n").arg(address);
+        if (!params[1].isEmpty())
+            text += QString("netmask %1\n").arg(params[1]);
+        if (!params[2].isEmpty())
+            text += QString("broadcast %1\n").arg(params[2]);
+        if (!params[3].isEmpty() && params[3] != "0.0.0.0")
+            text += QString("gateway %1\n").arg(params[3]);
+    }
+
+    file.write(text.toLatin1());
+    if (!file.commit()) {
+        qDebug() << openFailed;
+        return;
+    }
+    qDebug() << text;
+}
+
+void NetUtil::readInterfacesFile(std::vector<QString> &params)
+{
+    if (!hasEntries(params, 8))
+        return;
+    QFile file(interfacesPath());
+    if (!file.open(QIODevice::ReadOnly)) {
+        qDebug() << openFailed;
+        return;
+    }
+
+    QString interface;
+    while (!file.atEnd()) {
+        QByteArray line = file.readLine();
+        const int nul = line.indexOf('\0');
+        if (nul >= 0)
+            line.truncate(nul);
+        // Trimmed first so that indentation mixing tabs and blanks ("\t address")
+        // still leaves the keyword as the first part.
+        const QStringList parts =
+            QString::fromLatin1(line).trimmed().split(' ', Qt::SkipEmptyParts);
+        if (parts.isEmpty())
+            continue;
+        const QString keyword = parts.at(0).trimmed();
+        // A keyword without a value reads as an empty value.
+        const QString value = parts.size() > 1 ? parts.at(1).trimmed() : QString();
+
+        if (keyword == "iface") {
+            interface = value;
+            continue;
+        }
+        const std::size_t base = interface == "eth1" || interface == "bond0:1" ? 4 : 0;
+        if (keyword == "address")
+            params[base + 0] = value;
+        else if (keyword == "netmask")
+            params[base + 1] = value;
+        else if (keyword == "broadcast")
+            params[base + 2] = value;
+        else if (keyword == "gateway")
+            params[base + 3] = value;
+    }
+    file.close();
+}
+
+int NetUtil::restartNetworking()
+{
+    const QString command = runtimeenv::path("/etc/init.d/networking") + " restart";
+    return system(command.toLocal8Bit().constData());
+}
