@@ -191,6 +191,11 @@ void RecordingCallback::clear()
     _undecodable = 0;
 }
 
+void RecordingCallback::note(const QString &line)
+{
+    record({line});
+}
+
 void RecordingCallback::setFontDimensions(int width, int height)
 {
     QMutexLocker lock(&_mutex);

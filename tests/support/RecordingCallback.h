@@ -24,7 +24,8 @@
 // "batch <n>" followed by its n command lines; a pcb_send_message call is its
 // command line alone. Other calls are "exit_setup", "save_network_settings",
 // "reserved", "reboot", "poweroff", "sleep <ms>", "update_font <w> <h>",
-// "get_font" and "get_font null" (a null pointer: nothing written).
+// "get_font" and "get_font null" (a null pointer: nothing written), plus the
+// lines that a test adds with note().
 // Thread-safe: the setup page's save thread calls it too.
 class RecordingCallback : public PageCallback
 {
@@ -56,6 +57,8 @@ public:
     // Number of recorded messages that did not decode.
     int undecodableCount() const;
     void clear();
+    // Adds a line of the test's own to the journal, e.g. a fake page's entry.
+    void note(const QString &line);
 
     // What pcb_get_current_font_dimensions reports; pcb_update_font_dimensions
     // changes it as the controller does. Starts at 8 x 13.
