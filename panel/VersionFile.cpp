@@ -1,0 +1,33 @@
+#include "VersionFile.h"
+
+#include "panel/RuntimeEnv.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QStringList>
+#include <QTextStream>
+
+QString readVersionFile(bool twoLines)
+{
+    const QString notAvailable = twoLines ? "VER=\nN/A" : "VER=N/A";
+    const QString path = runtimeenv::path("/opt/kd5820m/version");
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        qDebug() << "readVersionFile: Unable to open file" << path << "\n";
+        return notAvailable;
+    }
+
+    // readLine() drops the line end, so a trailing blank does not make a third word.
+    const QStringList words = QTextStream(&file).readLine().split(' ', Qt::SkipEmptyParts);
+    if (words.size() < 3) {
+        qDebug() << "readVersionFile: error parsing version file should be 'kdxxxxm version ####'";
+        return notAvailable;
+    }
+
+    const QString version = words.at(2).trimmed().left(10);
+    if (!twoLines)
+        return "V=" + version.left(8);
+    if (version.size() > 5)
+        return "VER=\n" + version.left(5) + "\n" + version.mid(5);
+    return "VER=\n" + version;
+}
