@@ -1,0 +1,67 @@
+#ifndef PARAM_H
+#define PARAM_H
+
+#include "pages/Page.h"
+#include "qcollector/CollectorMsg.h"
+
+#include <QString>
+
+// One editable setting that draws itself and changes with shaft turns.
+class Param
+{
+public:
+    Param(PageCallback *callback, const QString &label);
+    virtual ~Param() = default;
+
+    virtual void collectorMsg(const collector::CollectorMsg &msg) = 0;
+    virtual void refresh() = 0;
+
+    void setCallback(PageCallback *callback) { _callback = callback; }
+    void setLabel(const QString &label) { _label = label; }
+    QString label() const { return _label; }
+    // The TFT screen the editor draws in (2, the detail screen, unless set).
+    void setScreen(int screen) { _screen = screen; }
+    int screen() const { return _screen; }
+
+protected:
+    PageCallback *_callback; // not owned
+    int _kind = 1;           // kept from the editor family; no editor reads it
+    QString _label;          // not drawn
+    int _shaft_val = 4;      // the shaft that edits it: the menu shaft
+    int _digits = 3;         // kept from the editor family; no editor reads it
+    int _screen = 2;
+};
+
+// A dotted four-field address edited one field at a time, caret under the field.
+class Param_Quad : public Param
+{
+public:
+    Param_Quad(PageCallback *callback, const QString &label);
+
+    void collectorMsg(const collector::CollectorMsg &msg) override;
+    void refresh() override;
+
+    // index 0..3 (display order), value 0..255; anything else is refused
+    // with a log line and changes nothing.
+    bool setField(int index, int value);
+    // The field's value, or -1 for an index outside 0..3.
+    int field(int index) const;
+
+    // -1 = no field selected (turns ignored); above 3 is stored as 3;
+    // below -1 is refused.
+    bool setCurrentField(int field);
+    int currentField() const { return _current_field; }
+
+    // The four values as "%1.%2.%3.%4", plain decimal.
+    QString text() const;
+    // Loads dotted text: part j's decimal value, 0 when the part is missing
+    // or not a number; a value outside 0..255 is refused and keeps the field.
+    void setFromDotted(const QString &dotted);
+
+private:
+    int _fields[4] = {0, 0, 0, 0};
+    int _current_field = -1;
+    int _spare = 0; // kept from the editor family; no editor reads it
+};
+
+#endif // PARAM_H
