@@ -1,0 +1,31 @@
+#ifndef LAUNCHERCONFIG_H
+#define LAUNCHERCONFIG_H
+
+#include <QString>
+
+// The INI file shared with the main application: groups "setup" (activation
+// keys), "font" (panel text font) and "psu" (dual power-supply mode). Every
+// routine opens the file anew and keeps the other groups and keys as they are.
+// None of them creates the file; a missing file takes the error path.
+
+// /etc/kd5820m/launcher.cfg under the runtime root.
+QString launcherConfigPath();
+
+// Activation key ids from [setup] button1/button2; 24 and 25 when the file is
+// missing or unreadable. Null pointers are ignored.
+void readActivateButtons(int *button1, int *button2);
+
+// [font] width/height; a missing key gives 0. Both outputs stay untouched when
+// the file is missing or unreadable, or when either pointer is null.
+void readFontDimensions(int *width, int *height);
+
+// 0 written, -1 file missing, 1 file unreadable, 2 file not writable.
+int writeFontDimensions(int width, int height);
+
+// [psu] redundant, 0 on any failure; adds the key with 0 to an existing file that lacks it.
+int readPsuMode();
+
+// 0 written, -1 file missing, unreadable or not writable.
+int writePsuMode(int mode);
+
+#endif // LAUNCHERCONFIG_H
