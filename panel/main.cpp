@@ -1,7 +1,20 @@
+#include "panel/Setup_Panel.h"
+
 #include <QCoreApplication>
+#include <QString>
 
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    return 0;
+
+    // The only argument: the setup script, found by the shell when it has no path.
+    QString script_path = QStringLiteral("setup_script");
+    if (argc >= 2)
+        script_path = QString::fromLatin1(argv[1]);
+
+    // No signal handlers: SIGTERM and SIGINT end the process as they normally do.
+    Setup_Panel panel(script_path);
+    panel.startDevices();
+
+    return app.exec();
 }

@@ -1,0 +1,73 @@
+#ifndef SANDBOX_H
+#define SANDBOX_H
+
+#include <QByteArray>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <memory>
+
+// A throw-away device tree for running the daemon as PANEL_SETUP_ROOT:
+//   /etc/kd5820m/launcher.cfg, /etc/kd5820m/buttonlevel, /opt/kd5820m/version,
+//   /opt/kd5820m/fonts/{6x13,8x13,10x20}.pcf.gz, /etc/network/interfaces,
+//   /etc/init.d/kd5820m-main (the main application is installed),
+//   /mnt/flashdisk/etc/network/ (no start flag), /tmp/,
+//   stubs /etc/init.d/networking and /bin/sync,
+// plus a directory of stub commands for PATH: reboot, poweroff and
+// setup_script. Every stub only appends "<name> <arguments>" as one line to
+// the call log in the root, so nothing of the host is ever touched.
+class Sandbox
+{
+public:
+    // rootPath empty: a temporary directory removed with the sandbox.
+    // Otherwise the tree is (re)created in rootPath and kept.
+    explicit Sandbox(const QString &rootPath = QString());
+    ~Sandbox();
+    Sandbox(const Sandbox &) = delete;
+    Sandbox &operator=(const Sandbox &) = delete;
+
+    bool isValid() const { return _valid; }
+    QString root() const { return _root; }
+    // The stub commands' directory, to put first on PATH.
+    QString binDir() const;
+    // devicePath ("/etc/network/interfaces") inside the sandbox.
+    QString hostPath(const QString &devicePath) const;
+
+    bool writeFile(const QString &devicePath, const QByteArray &content, bool executable = false);
+    QByteArray readFile(const QString &devicePath) const;
+    bool removeFile(const QString &devicePath);
+    bool exists(const QString &devicePath) const;
+
+    // A stub command on PATH (binDir) named name.
+    bool addPathStub(const QString &name);
+    // A stub script at devicePath inside the sandbox, logging as name.
+    bool addStub(const QString &devicePath, const QString &name);
+
+    QString callLogPath() const;
+    // The call log, one call per entry ("reboot -n", "setup_script enter").
+    QStringList calls() const;
+    void clearCalls();
+
+    // The daemon's environment: this process's, with PANEL_SETUP_ROOT, the two
+    // ports and the stub directory first on PATH.
+    QProcessEnvironment environment(quint16 collectorPort, quint16 driverPort) const;
+
+    static const QByteArray DefaultLauncherConfig;
+    static const QByteArray DefaultInterfaces;
+    static const QByteArray DefaultButtonLevel;
+    static const QByteArray DefaultVersion;
+    static const QStringList DefaultFonts;
+    static const QString StartFlagPath;
+    static const QString MainAppScriptPath;
+
+private:
+    bool populate();
+
+    std::unique_ptr<QTemporaryDir> _temporary;
+    QString _root;
+    bool _valid = false;
+};
+
+#endif // SANDBOX_H

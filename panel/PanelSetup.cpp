@@ -1,0 +1,9 @@
+#include "PanelSetup.h"
+
+PanelSetup::PanelSetup(QObject *parent) : QObject(parent)
+{
+}
+
+void PanelSetup::collectorMsg(collector::CollectorMsg)
+{
+}
