@@ -1,0 +1,51 @@
+#ifndef QBUTTONDRIVERCLIENT_H
+#define QBUTTONDRIVERCLIENT_H
+
+#include <QByteArray>
+#include <QObject>
+
+#include <vector>
+
+class QTcpSocket;
+
+namespace buttondriver {
+
+// Batches are known to the meta-object system as "vector<QByteArray>".
+using std::vector;
+
+// The write-only connection to the button driver. Each command goes out at once
+// as one frame: a big-endian length word, then the command. There is no queue:
+// while the driver is away a send blocks up to 1000 ms and is then dropped.
+class QButtonDriverClient : public QObject
+{
+    Q_OBJECT
+
+public:
+    static constexpr int SendConnectTimeout = 1000;
+
+    explicit QButtonDriverClient(QObject *parent = nullptr);
+
+    // True when connected; otherwise starts a connection if none is under way
+    // and waits up to msecs for it.
+    bool connectToDriver(int msecs);
+    // Like connectToDriver, but keeps trying (every 200 ms) until msecs ran out.
+    bool waitConnected(int msecs);
+
+public Q_SLOTS:
+    // True when the command was written, false when it was dropped.
+    bool msg(const QByteArray &message);
+    // All frames back to back in vector order; all or nothing.
+    bool msg(const vector<QByteArray> &messages);
+    void connected();
+
+private:
+    void startConnecting();
+    bool readyToSend();
+    void send(const QByteArray &frames);
+
+    QTcpSocket *_socket; // child: closed when the client goes
+};
+
+} // namespace buttondriver
+
+#endif // QBUTTONDRIVERCLIENT_H
