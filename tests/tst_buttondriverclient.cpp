@@ -1,0 +1,255 @@
+#include "buttondriver/KVB_Messages.h"
+#include "buttondriver/QButtonDriverClient.h"
+
+#include <QtTest>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <memory>
+
+using buttondriver::QButtonDriverClient;
+using std::vector;
+
+namespace {
+
+QByteArray framed(const QByteArray &message)
+{
+    char length[4];
+    qToBigEndian<quint32>(quint32(message.size()), length);
+    return QByteArray(length, 4) + message;
+}
+
+bool typeKnownByName(const char *name)
+{
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    return QMetaType::fromName(name).isValid();
+#else
+    return QMetaType::type(name) != QMetaType::UnknownType;
+#endif
+}
+
+} // namespace
+
+class TestButtonDriverClient : public QObject
+{
+    Q_OBJECT
+
+private:
+    void startClient()
+    {
+        _client.reset(new QButtonDriverClient);
+        _socket = _client->findChild<QTcpSocket *>();
+        QVERIFY(_socket);
+    }
+
+    // The driver listens, the client connects.
+    void connectClient()
+    {
+        QVERIFY(_server.listen(QHostAddress::LocalHost, _port));
+        startClient();
+        acceptClient();
+    }
+
+    void acceptClient()
+    {
+        QTRY_VERIFY(_server.hasPendingConnections());
+        delete _peer;
+        _peer = _server.nextPendingConnection();
+        QTRY_COMPARE(_socket->state(), QAbstractSocket::ConnectedState);
+    }
+
+    // Everything the driver received until the client went away.
+    QByteArray receivedUntilClosed()
+    {
+        QSignalSpy closed(_peer, &QTcpSocket::disconnected);
+        _client.reset();
+        _socket = nullptr;
+        if (!closed.wait(5000) && _peer->state() != QAbstractSocket::UnconnectedState)
+            return "(still connected)";
+        return _peer->readAll();
+    }
+
+    quint16 _port = 0;
+    QTcpServer _server;
+    QTcpSocket *_peer = nullptr;
+    std::unique_ptr<QButtonDriverClient> _client;
+    QTcpSocket *_socket = nullptr;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QTcpServer probe;
+        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
+        _port = probe.serverPort();
+        probe.close();
+        qputenv("PANEL_SETUP_DRIVER_PORT", QByteArray::number(_port));
+    }
+
+    void cleanup()
+    {
+        _client.reset();
+        _socket = nullptr;
+        delete _peer;
+        _peer = nullptr;
+        _server.close();
+    }
+
+    void metaObject()
+    {
+        const QMetaObject &mo = QButtonDriverClient::staticMetaObject;
+        QStringList methods;
+        for (int i = mo.methodOffset(); i < mo.methodCount(); ++i)
+            methods << QString::fromLatin1(mo.method(i).methodSignature());
+        QCOMPARE(methods, QStringList({"msg(QByteArray)", "msg(vector<QByteArray>)", "connected()"}));
+    }
+
+    void registersBatchType()
+    {
+        // Runs before anything else here has used the name.
+        QVERIFY(!typeKnownByName("vector<QByteArray>"));
+        startClient();
+        QVERIFY(typeKnownByName("vector<QByteArray>"));
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+        QCOMPARE(QMetaType::fromName("vector<QByteArray>"), QMetaType::fromType<vector<QByteArray>>());
+#else
+        QCOMPARE(QMetaType::type("vector<QByteArray>"), qMetaTypeId<vector<QByteArray>>());
+#endif
+    }
+
+    void connectsAtConstruction()
+    {
+        QVERIFY(_server.listen(QHostAddress::LocalHost, _port));
+        startClient();
+        // No call needed: the constructor started the connection.
+        acceptClient();
+        QCOMPARE(_socket->socketOption(QAbstractSocket::LowDelayOption).toInt(), 1);
+    }
+
+    void eightByteCommandIsTwelveBytesOnTheWire()
+    {
+        connectClient();
+        const QByteArray command = buttondriver::KVB_ClearScreen(-1);
+        QCOMPARE(command.size(), 8);
+        QVERIFY(_client->msg(command));
+        QCOMPARE(receivedUntilClosed(), QByteArray::fromHex("00000008" "00000010" "ffffffff"));
+    }
+
+    void batchOfThreeBackToBack()
+    {
+        connectClient();
+        const vector<QByteArray> batch = {buttondriver::KVB_ClearScreen(2),
+                                          buttondriver::KVB_DrawText(2, 1, "SETUP", 1),
+                                          buttondriver::KVB_ButtonLeds(-1, 0, 0)};
+        QVERIFY(_client->msg(batch));
+        QCOMPARE(receivedUntilClosed(), framed(batch[0]) + framed(batch[1]) + framed(batch[2]));
+    }
+
+    void emptyBatchWritesNothing()
+    {
+        connectClient();
+        QVERIFY(_client->msg(vector<QByteArray>()));
+        QVERIFY(_client->msg(buttondriver::KVB_Cmd10()));
+        QCOMPARE(receivedUntilClosed(), framed(buttondriver::KVB_Cmd10()));
+    }
+
+    void emptyBatchStillConnects()
+    {
+        startClient();
+        QTRY_COMPARE(_socket->state(), QAbstractSocket::UnconnectedState);
+        QVERIFY(_server.listen(QHostAddress::LocalHost, _port));
+        QVERIFY(_client->msg(vector<QByteArray>()));
+        QCOMPARE(_socket->state(), QAbstractSocket::ConnectedState);
+        acceptClient();
+        QCOMPARE(receivedUntilClosed(), QByteArray());
+    }
+
+    void driverAbsentThenPresent()
+    {
+        startClient();
+        QElapsedTimer elapsed;
+        elapsed.start();
+        QVERIFY(!_client->msg(buttondriver::KVB_DrawText(0, 0, "lost", 0)));
+        QVERIFY2(elapsed.elapsed() >= 900 && elapsed.elapsed() <= 1900,
+                 qPrintable(QString::number(elapsed.elapsed())));
+
+        elapsed.restart();
+        QVERIFY(!_client->msg(vector<QByteArray>{buttondriver::KVB_ClearScreen(0),
+                                                 buttondriver::KVB_ClearScreen(1)}));
+        QVERIFY2(elapsed.elapsed() >= 900 && elapsed.elapsed() <= 1900,
+                 qPrintable(QString::number(elapsed.elapsed())));
+
+        QVERIFY(_server.listen(QHostAddress::LocalHost, _port));
+        elapsed.restart();
+        const QByteArray command = buttondriver::KVB_DrawText(0, 0, "delivered", 0);
+        QVERIFY(_client->msg(command));
+        QVERIFY2(elapsed.elapsed() < 900, qPrintable(QString::number(elapsed.elapsed())));
+        acceptClient();
+        // Only the command sent while the driver listens arrives.
+        QCOMPARE(receivedUntilClosed(), framed(command));
+    }
+
+    void driverRestartReconnectsOnNextCommand()
+    {
+        connectClient();
+        QVERIFY(_client->msg(buttondriver::KVB_SetLed(1, 1)));
+        QTRY_COMPARE(_peer->bytesAvailable(), qint64(16));
+        _peer->close();
+        QTRY_COMPARE(_socket->state(), QAbstractSocket::UnconnectedState);
+
+        const QByteArray command = buttondriver::KVB_SetLed2(0, 1);
+        QVERIFY(_client->msg(command));
+        acceptClient();
+        QCOMPARE(receivedUntilClosed(), framed(command));
+    }
+
+    void connectToDriver()
+    {
+        startClient();
+        QElapsedTimer elapsed;
+        elapsed.start();
+        // Refused at once: the socket's own wait does not linger.
+        QVERIFY(!_client->connectToDriver(2000));
+        QVERIFY2(elapsed.elapsed() < 1500, qPrintable(QString::number(elapsed.elapsed())));
+        QVERIFY(_server.listen(QHostAddress::LocalHost, _port));
+        QVERIFY(_client->connectToDriver(2000));
+        QVERIFY(_client->connectToDriver(0)); // already connected
+        acceptClient();
+    }
+
+    void waitConnected()
+    {
+        startClient();
+        QVERIFY(!_client->waitConnected(0));
+        QElapsedTimer elapsed;
+        elapsed.start();
+        QVERIFY(!_client->waitConnected(500));
+        QVERIFY2(elapsed.elapsed() >= 450 && elapsed.elapsed() <= 1400,
+                 qPrintable(QString::number(elapsed.elapsed())));
+        QVERIFY(_server.listen(QHostAddress::LocalHost, _port));
+        QVERIFY(_client->waitConnected(2000));
+        acceptClient();
+    }
+
+    void batchThroughQueuedCall()
+    {
+        connectClient();
+        const vector<QByteArray> batch = {buttondriver::KVB_Cmd10(), buttondriver::KVB_SetLed(2, 0)};
+        QVERIFY(QMetaObject::invokeMethod(_client.get(), "msg", Qt::QueuedConnection,
+                                          Q_ARG(vector<QByteArray>, batch)));
+        QTRY_COMPARE(_peer->bytesAvailable(), qint64(12 + 16));
+        QCOMPARE(receivedUntilClosed(), framed(batch[0]) + framed(batch[1]));
+    }
+
+    void repliesAreNotRead()
+    {
+        connectClient();
+        _peer->write("reply");
+        _peer->flush();
+        QTRY_COMPARE(_socket->bytesAvailable(), qint64(5));
+        QVERIFY(_client->msg(buttondriver::KVB_Cmd10()));
+        QCOMPARE(_socket->bytesAvailable(), qint64(5));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestButtonDriverClient)
+#include "tst_buttondriverclient.moc"
