@@ -54,6 +54,15 @@ void writeButtonlevelFile(const std::vector<QString> &values)
                  << "entries";
         return;
     }
+    // The rename below would replace a read-only file too: refuse it the way
+    // opening it for writing does (with the caller's effective rights).
+    QFile existing(path);
+    if (existing.exists() && !existing.open(QIODevice::WriteOnly | QIODevice::Append)) {
+        qDebug() << "writeButtonlevelFile : Unable to open" << path;
+        return;
+    }
+    existing.close();
+
     // Written to a temporary file and renamed, so a reader never sees half a file.
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate)) {
