@@ -1,0 +1,99 @@
+#include "support/PanelDaemon.h"
+
+#include "support/RecordingCallback.h"
+
+#include <QSettings>
+#include <QTest>
+
+PanelDaemon::PanelDaemon(const QString &binary) : _binary(binary)
+{
+    _process.setProcessChannelMode(QProcess::MergedChannels);
+    connect(&_process, &QProcess::readyRead, this, [this] { _output += _process.readAll(); });
+}
+
+PanelDaemon::~PanelDaemon()
+{
+    stop();
+    // The daemon's log is what explains a failed scenario.
+    if (QTest::currentTestFailed())
+        qWarning().noquote() << "Daemon output:\n" + QString::fromLatin1(_output);
+}
+
+bool PanelDaemon::startPeers(bool collectorListening, bool driverListening)
+{
+    if (!collector.start() || !driver.start())
+        return false;
+    if (!collectorListening)
+        collector.stop();
+    if (!driverListening)
+        driver.stop();
+    return true;
+}
+
+bool PanelDaemon::start(const QStringList &arguments)
+{
+    // Never without the sandbox root and the stubs: the host must stay untouched.
+    if (!sandbox.isValid() || collector.port() == 0 || driver.port() == 0)
+        return false;
+    _process.setProcessEnvironment(sandbox.environment(collector.port(), driver.port()));
+    _process.setWorkingDirectory(sandbox.root());
+    _process.start(_binary, arguments);
+    return _process.waitForStarted(5000);
+}
+
+void PanelDaemon::stop()
+{
+    if (_process.state() == QProcess::NotRunning)
+        return;
+    _process.kill();
+    _process.waitForFinished(5000);
+    _output += _process.readAll();
+}
+
+bool PanelDaemon::isRunning() const
+{
+    return _process.state() == QProcess::Running;
+}
+
+QStringList PanelDaemon::outputLines() const
+{
+    return QString::fromLatin1(_output).split(QLatin1Char('\n'));
+}
+
+bool PanelDaemon::hasLine(const QString &line) const
+{
+    return countLines(line) > 0;
+}
+
+int PanelDaemon::countLines(const QString &line) const
+{
+    return outputLines().count(line);
+}
+
+int PanelDaemon::launcherValue(const QString &key) const
+{
+    const QSettings settings(sandbox.hostPath("/etc/kd5820m/launcher.cfg"), QSettings::IniFormat);
+    return settings.value(key, -1).toInt();
+}
+
+QStringList PanelDaemon::commands(int from) const
+{
+    QStringList lines;
+    for (const QByteArray &message : driver.messages(from))
+        lines << RecordingCallback::describe(message);
+    return lines;
+}
+
+QStringList PanelDaemon::firstMainMenuCommands()
+{
+    return {"clear 0",           "clear 1",         "clear 2",          "leds -1 0 0",
+            "led2 0 0",          "led2 1 0",        "led 2 0",          "led 1 0",
+            "led 0 0",           "text 0 0 1 SETUP", "text 0 1 0 TESTING", "text 0 2 0 INTENSITY",
+            "text 0 3 0 EXIT",   "text 0 4 0 ",     "text 0 5 0 REBOOT", "text 0 6 0 SHUTDOWN",
+            "text 0 7 0 V=1.2.3"};
+}
+
+QStringList PanelDaemon::resetPanelCommands()
+{
+    return {"leds -1 0 0", "clear 0", "clear 1", "clear 2"};
+}

@@ -1,0 +1,61 @@
+#ifndef PANELDAEMON_H
+#define PANELDAEMON_H
+
+#include "FakeButtonDriver.h"
+#include "FakeCollector.h"
+#include "Sandbox.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QProcess>
+#include <QStringList>
+
+// The built daemon as a child process in a sandbox, wired to a fake collector
+// and a fake button driver on free loopback ports, with the stub commands
+// first on PATH. Its standard output and error are collected together.
+class PanelDaemon : public QObject
+{
+    Q_OBJECT
+
+public:
+    // binary: the daemon to run (the tests' PANEL_SETUP_BINARY).
+    explicit PanelDaemon(const QString &binary);
+    ~PanelDaemon() override;
+
+    Sandbox sandbox;
+    FakeCollector collector;
+    FakeButtonDriver driver;
+
+    // Binds both fakes to free ports; a fake that is not to listen yet keeps
+    // its port reserved for a later start().
+    bool startPeers(bool collectorListening = true, bool driverListening = true);
+    // Starts the daemon with these arguments; false without a valid sandbox.
+    bool start(const QStringList &arguments = {});
+    void stop();
+    bool isRunning() const;
+
+    QStringList outputLines() const;
+    bool hasLine(const QString &line) const;
+    int countLines(const QString &line) const;
+
+    // A key of the sandbox's launcher configuration ("font/width"); -1 when absent.
+    int launcherValue(const QString &key) const;
+
+    // The driver's messages from index `from` on, one readable line each
+    // (RecordingCallback's form: "text 0 3 1 EXIT", "clear 2", ...).
+    QStringList commands(int from = 0) const;
+    int commandCount() const { return driver.messageCount(); }
+
+    // What a take-over sends when the main menu is drawn for the first time:
+    // screens cleared, key lights and status LEDs off, the eight items.
+    static QStringList firstMainMenuCommands();
+    // The blanking of the panel before a hook or a reboot.
+    static QStringList resetPanelCommands();
+
+private:
+    const QString _binary;
+    QProcess _process;
+    QByteArray _output;
+};
+
+#endif // PANELDAEMON_H
