@@ -83,6 +83,8 @@ bool Sandbox::populate()
 bool Sandbox::writeFile(const QString &devicePath, const QByteArray &content, bool executable)
 {
     QFile file(hostPath(devicePath));
+    if (!QDir().mkpath(QFileInfo(file).absolutePath()))
+        return false;
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(content) != content.size())
         return false;
     file.close();
@@ -124,7 +126,10 @@ QStringList Sandbox::calls() const
     QFile file(callLogPath());
     if (!file.open(QIODevice::ReadOnly))
         return {};
-    return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QStringList lines;
+    for (const QString &line : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+        lines << line.trimmed(); // a call without arguments logs a trailing blank
+    return lines;
 }
 
 void Sandbox::clearCalls()

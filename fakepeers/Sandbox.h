@@ -35,6 +35,7 @@ public:
     // devicePath ("/etc/network/interfaces") inside the sandbox.
     QString hostPath(const QString &devicePath) const;
 
+    // Creates the missing directories on the way.
     bool writeFile(const QString &devicePath, const QByteArray &content, bool executable = false);
     QByteArray readFile(const QString &devicePath) const;
     bool removeFile(const QString &devicePath);
