@@ -41,6 +41,13 @@ bool PanelDaemon::start(const QStringList &arguments)
     return _process.waitForStarted(5000);
 }
 
+bool PanelDaemon::startConnected(const QStringList &arguments)
+{
+    return startPeers() && start(arguments)
+           && QTest::qWaitFor([this] { return collector.clientCount() > 0 && driver.clientCount() > 0; },
+                              5000);
+}
+
 void PanelDaemon::stop()
 {
     if (_process.state() == QProcess::NotRunning)

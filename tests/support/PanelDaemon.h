@@ -33,6 +33,8 @@ public:
     bool start(const QStringList &arguments = {});
     void stop();
     bool isRunning() const;
+    // startPeers() and start(), then waits until the daemon is connected to both.
+    bool startConnected(const QStringList &arguments = {});
 
     QStringList outputLines() const;
     bool hasLine(const QString &line) const;
