@@ -8,97 +8,54 @@ class TestE2eMenu : public QObject
 {
     Q_OBJECT
 
-private:
-    static QString mainItem(int index)
-    {
-        static const QStringList items = {"SETUP", "TESTING", "INTENSITY", "EXIT",
-                                          "",      "REBOOT",  "SHUTDOWN",  "V=1.2.3"};
-        return items.at(index);
-    }
-
-    // The main menu drawn again on return from a sub-page.
-    static QStringList mainReturn(int selected, int previous)
-    {
-        QStringList lines = {"clear 1", "clear 2", "leds -1 0 0", "led2 0 0", "led2 1 0",
-                             "led 2 0", "led 1 0", "led 0 0"};
-        lines << QStringLiteral("text 0 %1 1 %2").arg(selected).arg(mainItem(selected));
-        if (previous >= 0)
-            lines << QStringLiteral("text 0 %1 0 %2").arg(previous).arg(mainItem(previous));
-        return lines;
-    }
-
-    // Starts the daemon in setup mode (start flag) with the main menu drawn.
-    static bool startInMenu(PanelDaemon &d)
-    {
-        return d.sandbox.writeFile(Sandbox::StartFlagPath, QByteArray()) && d.startConnected()
-               && QTest::qWaitFor([&d] { return d.commands() == PanelDaemon::firstMainMenuCommands(); }, 5000);
-    }
-
-    // Sends one event and returns what the daemon drew for it once `count`
-    // commands have arrived (what arrived within the time-out otherwise). With
-    // a count of 0 it returns at once: the next step's exact list then shows
-    // anything drawn late.
-    static QStringList step(PanelDaemon &d, const collector::CollectorMsg &msg, int count)
-    {
-        const int mark = d.commandCount();
-        d.collector.send(msg);
-        if (!QTest::qWaitFor([&] { return d.commandCount() >= mark + count; }, 5000))
-            return QStringList("timed out after:") + d.commands(mark);
-        return d.commands(mark);
-    }
-
-    static collector::CollectorMsg select() { return collector::CollectorMsg::key(28, 1); }
-    static collector::CollectorMsg back() { return collector::CollectorMsg::key(2, 1); }
-    static collector::CollectorMsg turn(int delta) { return collector::CollectorMsg::shaft(4, delta); }
-
 private Q_SLOTS:
     void everyMainMenuItem()
     {
         PanelDaemon d(PANEL_SETUP_BINARY);
-        QVERIFY(startInMenu(d));
+        QVERIFY(d.startInMenu());
 
         // SETUP: the setup list on screen 1; back with key 2.
-        QCOMPARE(step(d, select(), 9),
+        QCOMPARE(d.step(PanelDaemon::select(), 9),
                  QStringList({"text 1 0 1 IP Addr", "text 1 1 0 Netmask", "text 1 2 0 Broadcast",
                               "text 1 3 0 Gateway", "text 1 4 0 Font Size", "text 1 5 0 Dual PSU Mode",
                               "text 1 6 0 ", "text 1 7 0 Save Changes", "text 1 8 0 Revert Changes"}));
-        QCOMPARE(step(d, back(), 9), mainReturn(0, -1));
+        QCOMPARE(d.step(PanelDaemon::back(), 9), PanelDaemon::mainMenuReturnCommands(0, -1));
 
         // TESTING.
-        QCOMPARE(step(d, turn(1), 2), QStringList({"text 0 1 1 TESTING", "text 0 0 0 SETUP"}));
-        QCOMPARE(step(d, select(), 5),
+        QCOMPARE(d.step(PanelDaemon::turn(1), 2), QStringList({"text 0 1 1 TESTING", "text 0 0 0 SETUP"}));
+        QCOMPARE(d.step(PanelDaemon::select(), 5),
                  QStringList({"clear 2", "text 1 0 1 SHAFTS", "text 1 1 0 KEYS", "text 1 2 0 GPIs",
                               "text 1 3 0 LEDs"}));
-        QCOMPARE(step(d, back(), 10), mainReturn(1, 0));
+        QCOMPARE(d.step(PanelDaemon::back(), 10), PanelDaemon::mainMenuReturnCommands(1, 0));
 
         // INTENSITY.
-        QCOMPARE(step(d, turn(1), 2), QStringList({"text 0 2 1 INTENSITY", "text 0 1 0 TESTING"}));
-        QCOMPARE(step(d, select(), 4),
+        QCOMPARE(d.step(PanelDaemon::turn(1), 2), QStringList({"text 0 2 1 INTENSITY", "text 0 1 0 TESTING"}));
+        QCOMPARE(d.step(PanelDaemon::select(), 4),
                  QStringList({"clear 2", "leds -1 1 0", "text 1 0 1 TFT Screen", "text 1 1 0 Buttons"}));
-        QCOMPARE(step(d, back(), 10), mainReturn(2, 1));
+        QCOMPARE(d.step(PanelDaemon::back(), 10), PanelDaemon::mainMenuReturnCommands(2, 1));
 
         // The empty spacer: selecting it only logs.
-        QCOMPARE(step(d, turn(2), 2), QStringList({"text 0 4 1 ", "text 0 2 0 INTENSITY"}));
-        QCOMPARE(step(d, select(), 0), QStringList());
+        QCOMPARE(d.step(PanelDaemon::turn(2), 2), QStringList({"text 0 4 1 ", "text 0 2 0 INTENSITY"}));
+        QCOMPARE(d.step(PanelDaemon::select(), 0), QStringList());
         QTRY_VERIFY(d.hasLine("Page_Main::collectorMsg(): Before main switch (_sh_menu_val = 4 )"));
 
         // REBOOT and SHUTDOWN ask first; "No" goes back.
-        QCOMPARE(step(d, turn(1), 2), QStringList({"text 0 5 1 REBOOT", "text 0 4 0 "}));
-        QCOMPARE(step(d, select(), 5),
+        QCOMPARE(d.step(PanelDaemon::turn(1), 2), QStringList({"text 0 5 1 REBOOT", "text 0 4 0 "}));
+        QCOMPARE(d.step(PanelDaemon::select(), 5),
                  QStringList({"text 1 0 0 Confirm Reboot:", "text 1 1 0 Reboot now?", "text 1 2 0 ",
                               "text 1 3 1 No", "text 1 4 0 Yes"}));
-        QCOMPARE(step(d, select(), 10), mainReturn(5, 4));
-        QCOMPARE(step(d, turn(1), 2), QStringList({"text 0 6 1 SHUTDOWN", "text 0 5 0 REBOOT"}));
-        QCOMPARE(step(d, select(), 5),
+        QCOMPARE(d.step(PanelDaemon::select(), 10), PanelDaemon::mainMenuReturnCommands(5, 4));
+        QCOMPARE(d.step(PanelDaemon::turn(1), 2), QStringList({"text 0 6 1 SHUTDOWN", "text 0 5 0 REBOOT"}));
+        QCOMPARE(d.step(PanelDaemon::select(), 5),
                  QStringList({"text 1 0 0 Confirm Shutdown:", "text 1 1 0 Shutdown now?", "text 1 2 0 ",
                               "text 1 3 1 No", "text 1 4 0 Yes"}));
-        QCOMPARE(step(d, select(), 10), mainReturn(6, 5));
+        QCOMPARE(d.step(PanelDaemon::select(), 10), PanelDaemon::mainMenuReturnCommands(6, 5));
 
         // Past the end: the version line; clamping restores the previous value
         // from before the turn, so REBOOT is the line redrawn plain.
-        QCOMPARE(step(d, turn(5), 2), QStringList({"text 0 7 1 V=1.2.3", "text 0 5 0 REBOOT"}));
-        QCOMPARE(step(d, select(), 0), QStringList());
-        QCOMPARE(step(d, turn(-1), 2), QStringList({"text 0 6 1 SHUTDOWN", "text 0 7 0 V=1.2.3"}));
+        QCOMPARE(d.step(PanelDaemon::turn(5), 2), QStringList({"text 0 7 1 V=1.2.3", "text 0 5 0 REBOOT"}));
+        QCOMPARE(d.step(PanelDaemon::select(), 0), QStringList());
+        QCOMPARE(d.step(PanelDaemon::turn(-1), 2), QStringList({"text 0 6 1 SHUTDOWN", "text 0 7 0 V=1.2.3"}));
         QVERIFY(d.sandbox.calls().isEmpty());
         QVERIFY(d.driver.malformedCount() == 0);
     }
@@ -106,11 +63,11 @@ private Q_SLOTS:
     void exitHandsBackAndOnlyTheKeysTakeOver()
     {
         PanelDaemon d(PANEL_SETUP_BINARY);
-        QVERIFY(startInMenu(d));
+        QVERIFY(d.startInMenu());
         QCOMPARE(d.launcherValue("font/width"), 8);
 
-        QCOMPARE(step(d, turn(3), 2), QStringList({"text 0 3 1 EXIT", "text 0 0 0 SETUP"}));
-        QCOMPARE(step(d, select(), 5), QStringList("leds -1 0 0") + PanelDaemon::resetPanelCommands());
+        QCOMPARE(d.step(PanelDaemon::turn(3), 2), QStringList({"text 0 3 1 EXIT", "text 0 0 0 SETUP"}));
+        QCOMPARE(d.step(PanelDaemon::select(), 5), QStringList("leds -1 0 0") + PanelDaemon::resetPanelCommands());
         QTRY_COMPARE(d.sandbox.calls(), QStringList("setup_script exit"));
         QVERIFY(d.hasLine("system( \"setup_script exit\" )"));
         // The user's font is back for the main application.
@@ -120,8 +77,8 @@ private Q_SLOTS:
         // Idle: menu events draw nothing (the exact list below shows it); only
         // the activation keys count.
         const int mark = d.commandCount();
-        QCOMPARE(step(d, turn(1), 0), QStringList());
-        QCOMPARE(step(d, select(), 0), QStringList());
+        QCOMPARE(d.step(PanelDaemon::turn(1), 0), QStringList());
+        QCOMPARE(d.step(PanelDaemon::select(), 0), QStringList());
         QElapsedTimer held;
         d.collector.sendKey(24, 1);
         d.collector.sendKey(25, 1);

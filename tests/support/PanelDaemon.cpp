@@ -48,6 +48,23 @@ bool PanelDaemon::startConnected(const QStringList &arguments)
                               5000);
 }
 
+bool PanelDaemon::startInMenu()
+{
+    return sandbox.writeFile(Sandbox::StartFlagPath, QByteArray()) && startConnected()
+           && QTest::qWaitFor([this] { return commands() == firstMainMenuCommands(); }, 5000);
+}
+
+QStringList PanelDaemon::step(const collector::CollectorMsg &msg, int count)
+{
+    const int mark = commandCount();
+    collector.send(msg);
+    if (count == 0)
+        QTest::qWait(300);
+    if (!QTest::qWaitFor([&] { return commandCount() >= mark + count; }, 5000))
+        return QStringList("timed out after:") + commands(mark);
+    return commands(mark);
+}
+
 void PanelDaemon::stop()
 {
     if (_process.state() == QProcess::NotRunning)
@@ -98,6 +115,18 @@ QStringList PanelDaemon::firstMainMenuCommands()
             "led 0 0",           "text 0 0 1 SETUP", "text 0 1 0 TESTING", "text 0 2 0 INTENSITY",
             "text 0 3 0 EXIT",   "text 0 4 0 ",     "text 0 5 0 REBOOT", "text 0 6 0 SHUTDOWN",
             "text 0 7 0 V=1.2.3"};
+}
+
+QStringList PanelDaemon::mainMenuReturnCommands(int selected, int previous)
+{
+    static const QStringList items = {"SETUP", "TESTING", "INTENSITY", "EXIT",
+                                      "",      "REBOOT",  "SHUTDOWN",  "V=1.2.3"};
+    QStringList lines = {"clear 1",  "clear 2", "leds -1 0 0", "led2 0 0",
+                         "led2 1 0", "led 2 0", "led 1 0",     "led 0 0"};
+    lines << QStringLiteral("text 0 %1 1 %2").arg(selected).arg(items.value(selected));
+    if (previous >= 0)
+        lines << QStringLiteral("text 0 %1 0 %2").arg(previous).arg(items.value(previous));
+    return lines;
 }
 
 QStringList PanelDaemon::resetPanelCommands()

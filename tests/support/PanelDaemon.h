@@ -35,6 +35,14 @@ public:
     bool isRunning() const;
     // startPeers() and start(), then waits until the daemon is connected to both.
     bool startConnected(const QStringList &arguments = {});
+    // Starts in setup mode (start flag) and waits for the main menu.
+    bool startInMenu();
+
+    // Sends one event and returns what the daemon drew for it once `count`
+    // commands have arrived (with "timed out after:" first if they did not
+    // within 5 s). With a count of 0 it gives the daemon 300 ms to draw
+    // anything, which the result then shows.
+    QStringList step(const collector::CollectorMsg &msg, int count);
 
     QStringList outputLines() const;
     bool hasLine(const QString &line) const;
@@ -51,6 +59,13 @@ public:
     // What a take-over sends when the main menu is drawn for the first time:
     // screens cleared, key lights and status LEDs off, the eight items.
     static QStringList firstMainMenuCommands();
+    // The menu events: select key pressed, back key (2) pressed, menu shaft turned.
+    static collector::CollectorMsg select() { return collector::CollectorMsg::key(28, 1); }
+    static collector::CollectorMsg back() { return collector::CollectorMsg::key(2, 1); }
+    static collector::CollectorMsg turn(int delta) { return collector::CollectorMsg::shaft(4, delta); }
+
+    // The main menu drawn again on return from a sub-page.
+    static QStringList mainMenuReturnCommands(int selected, int previous);
     // The blanking of the panel before a hook or a reboot.
     static QStringList resetPanelCommands();
 

@@ -1,0 +1,126 @@
+// The setup page end to end: network, font and PSU saves, and revert.
+#include "support/PanelDaemon.h"
+
+#include <QtTest>
+
+using P = PanelDaemon;
+
+class TestE2eSettings : public QObject
+{
+    Q_OBJECT
+
+private:
+    static QStringList setupList()
+    {
+        return {"text 1 0 1 IP Addr",   "text 1 1 0 Netmask",       "text 1 2 0 Broadcast",
+                "text 1 3 0 Gateway",   "text 1 4 0 Font Size",     "text 1 5 0 Dual PSU Mode",
+                "text 1 6 0 ",          "text 1 7 0 Save Changes",  "text 1 8 0 Revert Changes"};
+    }
+
+private Q_SLOTS:
+    void networkSave()
+    {
+        P d(PANEL_SETUP_BINARY);
+        QVERIFY(d.startInMenu());
+        QCOMPARE(d.step(P::select(), 9), setupList());
+        QCOMPARE(d.step(P::select(), 3),
+                 QStringList({"text 2 0 0 192.168.  1. 10", "textat 2 0 0 3 0xffffff 0 192", "text 2 1 0 ^"}));
+
+        // The first octet goes up by one; the last turn is drawn within 150 ms.
+        int mark = d.commandCount();
+        d.collector.send(P::turn(1));
+        QTRY_COMPARE(d.driver.panel().text(2, 0), QString("193.168.  1. 10"));
+        QCOMPARE(d.commands(mark).first(), QString("leds 3 1 0"));
+        QTRY_COMPARE(d.commands(d.commandCount() - 3),
+                     QStringList({"text 2 0 0 193.168.  1. 10", "textat 2 0 0 3 0xffffff 0 193", "text 2 1 0 ^"}));
+
+        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
+        QCOMPARE(d.step(P::turn(7), 2), QStringList({"text 1 7 1 Save Changes", "text 1 0 0 IP Addr"}));
+        QVERIFY(d.sandbox.exists(Sandbox::StartFlagPath));
+        mark = d.commandCount();
+        d.collector.send(P::select());
+        QTRY_COMPARE_WITH_TIMEOUT(d.commandCount(), mark + 10, 8000);
+        QCOMPARE(d.commands(mark),
+                 QStringList({"leds 3 -1 0", "leds 3 0 0", "text 2 1 0 Network Params", "text 2 2 0 Were Saved:",
+                              "text 2 3 0 ", "text 2 4 0 193.168.1.10", "text 2 5 0 255.255.255.0",
+                              "text 2 6 0 192.168.1.255", "text 2 7 0 192.168.1.1", "clear 2"}));
+        QCOMPARE(d.sandbox.readFile("/etc/network/interfaces"),
+                 QByteArray("auto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet static\n"
+                            "address 193.168.1.10\nnetmask 255.255.255.0\nbroadcast 192.168.1.255\n"
+                            "gateway 192.168.1.1\n"));
+        QCOMPARE(d.sandbox.calls(), QStringList({"networking restart", "sync"}));
+        QVERIFY(!d.sandbox.exists(Sandbox::StartFlagPath));
+        QVERIFY(d.hasLine("&&&&&& write net file"));
+    }
+
+    void fontSaveAppliesAtExit()
+    {
+        P d(PANEL_SETUP_BINARY);
+        QVERIFY(d.startInMenu());
+        QCOMPARE(d.step(P::select(), 9), setupList());
+        QCOMPARE(d.step(P::turn(4), 2), QStringList({"text 1 4 1 Font Size", "text 1 0 0 IP Addr"}));
+        // The list opens on the user's font (10 x 20), not on the 8 x 13 that setup mode shows.
+        QCOMPARE(d.step(P::select(), 3), QStringList({"text 2 0 0 6x13", "text 2 1 0 8x13", "text 2 2 1 10x20"}));
+        QVERIFY(d.hasLine("pcb_get_current_font_dimensions(): width = 10, height = 20."));
+        QCOMPARE(d.step(P::turn(-2), 3), QStringList({"leds 3 1 0", "text 2 0 1 6x13", "text 2 2 0 10x20"}));
+        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
+        QCOMPARE(d.step(P::turn(3), 2), QStringList({"text 1 7 1 Save Changes", "text 1 4 0 Font Size"}));
+        QCOMPARE(d.step(P::select(), 6),
+                 QStringList({"text 2 1 0 Font Setting", "text 2 2 0 Was Saved:", "text 2 3 0 ", "text 2 4 0 6x13",
+                              "clear 2", "leds 3 0 0"}));
+        QVERIFY(d.hasLine("parse_font_dimensions(): width = 6, height = 13."));
+        QVERIFY(d.hasLine("pcb_update_font_dimensions(): _saved_font_width = 6, _saved_font_height = 13."));
+        // Setup mode keeps drawing with 8 x 13 until the panel is handed back.
+        QCOMPARE(d.launcherValue("font/width"), 8);
+        QCOMPARE(d.launcherValue("font/height"), 13);
+
+        // Nothing else pending: the save closed the item, so key 2 leaves the page.
+        QCOMPARE(d.step(P::back(), 9), P::mainMenuReturnCommands(0, -1));
+        QCOMPARE(d.step(P::turn(3), 2), QStringList({"text 0 3 1 EXIT", "text 0 0 0 SETUP"}));
+        QCOMPARE(d.step(P::select(), 5), QStringList("leds -1 0 0") + P::resetPanelCommands());
+        QTRY_COMPARE(d.sandbox.calls(), QStringList("setup_script exit"));
+        QCOMPARE(d.launcherValue("font/width"), 6);
+        QCOMPARE(d.launcherValue("font/height"), 13);
+    }
+
+    void psuSave()
+    {
+        P d(PANEL_SETUP_BINARY);
+        QVERIFY(d.startInMenu());
+        QCOMPARE(d.step(P::select(), 9), setupList());
+        QCOMPARE(d.step(P::turn(5), 2), QStringList({"text 1 5 1 Dual PSU Mode", "text 1 0 0 IP Addr"}));
+        QCOMPARE(d.step(P::select(), 2), QStringList({"text 2 0 1 No", "text 2 1 0 Yes"}));
+        QCOMPARE(d.step(P::turn(1), 3), QStringList({"leds 3 1 0", "text 2 0 0 No", "text 2 1 1 Yes"}));
+        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
+        QCOMPARE(d.step(P::turn(2), 2), QStringList({"text 1 7 1 Save Changes", "text 1 5 0 Dual PSU Mode"}));
+        QCOMPARE(d.launcherValue("psu/redundant"), 0);
+        QCOMPARE(d.step(P::select(), 6),
+                 QStringList({"text 2 1 0 Dual PSU", "text 2 2 0 Setting Saved:", "text 2 3 0 ",
+                              "text 2 4 0 Enabled", "clear 2", "leds 3 0 0"}));
+        QCOMPARE(d.launcherValue("psu/redundant"), 1);
+        QVERIFY(d.sandbox.calls().isEmpty());
+    }
+
+    void revertRestoresFileValues()
+    {
+        P d(PANEL_SETUP_BINARY);
+        QVERIFY(d.startInMenu());
+        QCOMPARE(d.step(P::select(), 9), setupList());
+        QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0 192.168.  1. 10"));
+        d.collector.send(P::turn(5));
+        QTRY_COMPARE(d.driver.panel().text(2, 0), QString("197.168.  1. 10"));
+        QTest::qWait(200); // the page's 150 ms redraw of the last turn
+        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
+        QCOMPARE(d.step(P::turn(8), 2), QStringList({"text 1 8 1 Revert Changes", "text 1 0 0 IP Addr"}));
+        QCOMPARE(d.step(P::select(), 4),
+                 QStringList({"leds 3 0 0", "text 2 2 0 Changes were", "text 2 3 0 Discarded", "clear 2"}));
+        // The editor holds the file's address again.
+        QCOMPARE(d.step(P::turn(-8), 2), QStringList({"text 1 0 1 IP Addr", "text 1 8 0 Revert Changes"}));
+        QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0 192.168.  1. 10"));
+        QCOMPARE(d.sandbox.readFile("/etc/network/interfaces"), Sandbox::DefaultInterfaces);
+        QVERIFY(d.sandbox.calls().isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestE2eSettings)
+#include "tst_e2e_settings.moc"
