@@ -9,8 +9,6 @@
 
 #include <vector>
 
-class Param;
-
 // The root of the page tree: the main menu on screen 0. It builds and owns
 // every other page.
 class Page_Main : public Page
