@@ -15,10 +15,14 @@ class PanelSetup : public QObject
     Q_OBJECT
 
 public:
+    // Batches go by the meta-type name "vector<QByteArray>".
+    template <typename T>
+    using vector = std::vector<T>;
+
     explicit PanelSetup(QObject *parent = nullptr);
 
 signals:
-    void btdriverMsg(std::vector<QByteArray> msg);
+    void btdriverMsg(vector<QByteArray> msg);
 
 public slots:
     void collectorMsg(collector::CollectorMsg msg);

@@ -53,8 +53,10 @@ private Q_SLOTS:
         // Start-up waits up to 2000 ms for the driver, then serves without it.
         QTRY_VERIFY_WITH_TIMEOUT(d.hasLine("Using activate buttons: _activate_but1 = 24 , _activate_but2 = 25"),
                                  5000);
+        QVERIFY(d.waitUntilWatching());
         QTest::qWait(2100);
         QVERIFY(d.isRunning());
+        QCOMPARE(d.commandCount(), 0);
 
         // The first command after the driver comes up connects and is delivered.
         QVERIFY(d.driver.start());

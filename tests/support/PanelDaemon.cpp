@@ -2,6 +2,7 @@
 
 #include "support/RecordingCallback.h"
 
+#include <QElapsedTimer>
 #include <QSettings>
 #include <QTest>
 
@@ -52,6 +53,24 @@ bool PanelDaemon::startInMenu()
 {
     return sandbox.writeFile(Sandbox::StartFlagPath, QByteArray()) && startConnected()
            && QTest::qWaitFor([this] { return commands() == firstMainMenuCommands(); }, 5000);
+}
+
+bool PanelDaemon::waitUntilWatching()
+{
+    const QString changed = QStringLiteral("Path that changed = \"%1\"").arg(sandbox.hostPath("/tmp"));
+    QElapsedTimer sinceProbe;
+    int probes = 0;
+    return QTest::qWaitFor(
+        [&] {
+            if (hasLine(changed))
+                return true;
+            if (!sinceProbe.isValid() || sinceProbe.elapsed() >= 100) {
+                sandbox.writeFile(QStringLiteral("/tmp/probe-%1").arg(probes++), QByteArray());
+                sinceProbe.start();
+            }
+            return false;
+        },
+        5000);
 }
 
 QStringList PanelDaemon::step(const collector::CollectorMsg &msg, int count)

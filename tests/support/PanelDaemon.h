@@ -37,6 +37,9 @@ public:
     bool startConnected(const QStringList &arguments = {});
     // Starts in setup mode (start flag) and waits for the main menu.
     bool startInMenu();
+    // The daemon watches /tmp only at the end of its start-up: touches probe
+    // files there until it logs a change.
+    bool waitUntilWatching();
 
     // Sends one event and returns what the daemon drew for it once `count`
     // commands have arrived (with "timed out after:" first if they did not
