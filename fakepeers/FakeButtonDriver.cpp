@@ -1,37 +1,15 @@
 #include "FakeButtonDriver.h"
 
-#include <QHostAddress>
 #include <QTcpSocket>
 #include <QtEndian>
 
-FakeButtonDriver::FakeButtonDriver(QObject *parent) : QObject(parent)
+FakeButtonDriver::FakeButtonDriver(QObject *parent) : LoopbackPeer(parent)
 {
-    connect(&_server, &QTcpServer::newConnection, this, &FakeButtonDriver::acceptClients);
 }
 
 FakeButtonDriver::~FakeButtonDriver()
 {
-    stop();
-}
-
-bool FakeButtonDriver::start(quint16 port)
-{
-    if (!_server.listen(QHostAddress::LocalHost, port ? port : _port))
-        return false;
-    _port = _server.serverPort();
-    return true;
-}
-
-void FakeButtonDriver::stop()
-{
-    _server.close();
-    const QList<QTcpSocket *> clients = _clients.keys();
-    _clients.clear();
-    for (QTcpSocket *client : clients) {
-        client->disconnect(this);
-        client->abort();
-        client->deleteLater();
-    }
+    stop(); // while clientGone() still reaches this class
 }
 
 QList<QByteArray> FakeButtonDriver::messages(int from) const
@@ -47,34 +25,30 @@ void FakeButtonDriver::clearLog()
     _received.clear();
 }
 
-void FakeButtonDriver::acceptClients()
+void FakeButtonDriver::clientAccepted(QTcpSocket *client)
 {
-    while (QTcpSocket *client = _server.nextPendingConnection()) {
-        _clients.insert(client, QByteArray());
-        connect(client, &QTcpSocket::readyRead, this, [this, client] { readClient(client); });
-        connect(client, &QTcpSocket::disconnected, this, [this, client] {
-            _clients.remove(client);
-            client->deleteLater();
-        });
-        readClient(client);
-    }
+    _pending.insert(client, QByteArray());
+    connect(client, &QTcpSocket::readyRead, this, [this, client] { readClient(client); });
+    readClient(client);
+}
+
+void FakeButtonDriver::clientGone(QTcpSocket *client)
+{
+    _pending.remove(client);
 }
 
 void FakeButtonDriver::readClient(QTcpSocket *client)
 {
-    if (!_clients.contains(client))
+    if (!_pending.contains(client))
         return;
-    _clients[client].append(client->readAll());
+    _pending[client].append(client->readAll());
     // Looked up again each round: a slot of messageReceived may stop the driver.
-    while (_clients.contains(client) && _clients.value(client).size() >= 4) {
-        QByteArray &buffer = _clients[client];
+    while (_pending.contains(client) && _pending.value(client).size() >= 4) {
+        QByteArray &buffer = _pending[client];
         const quint32 length = qFromBigEndian<quint32>(buffer.constData());
         if (length > MaxMessageSize) {
             ++_malformed;
-            _clients.remove(client);
-            client->disconnect(this);
-            client->abort();
-            client->deleteLater();
+            dropClient(client);
             return;
         }
         if (quint32(buffer.size()) < 4 + length)

@@ -1,20 +1,17 @@
 #ifndef FAKEBUTTONDRIVER_H
 #define FAKEBUTTONDRIVER_H
 
+#include "LoopbackPeer.h"
 #include "PanelModel.h"
 #include "buttondriver/KVB_Messages.h"
 
 #include <QByteArray>
 #include <QHash>
 #include <QList>
-#include <QObject>
-#include <QTcpServer>
 
-class QTcpSocket;
-
-// Stands in for the button driver: listens on 127.0.0.1, cuts the stream into
+// Stands in for the button driver: cuts the stream of each connection into
 // length-prefixed messages, decodes each one and feeds the panel model.
-class FakeButtonDriver : public QObject
+class FakeButtonDriver : public LoopbackPeer
 {
     Q_OBJECT
 
@@ -32,15 +29,6 @@ public:
     explicit FakeButtonDriver(QObject *parent = nullptr);
     ~FakeButtonDriver() override;
 
-    // Listens on port (0: a free port on the first start, the same port on a
-    // restart). False when the port cannot be bound.
-    bool start(quint16 port = 0);
-    // Closes the listener and every connection; the port is kept for start().
-    void stop();
-    bool isListening() const { return _server.isListening(); }
-    quint16 port() const { return _port; }
-    int clientCount() const { return _clients.size(); }
-
     const PanelModel &panel() const { return _panel; }
     // Every message received, in order.
     const QList<Received> &received() const { return _received; }
@@ -55,13 +43,14 @@ public:
 signals:
     void messageReceived(const FakeButtonDriver::Received &message);
 
+protected:
+    void clientAccepted(QTcpSocket *client) override;
+    void clientGone(QTcpSocket *client) override;
+
 private:
-    void acceptClients();
     void readClient(QTcpSocket *client);
 
-    QTcpServer _server;
-    QHash<QTcpSocket *, QByteArray> _clients; // pending bytes per connection
-    quint16 _port = 0;
+    QHash<QTcpSocket *, QByteArray> _pending; // bytes of an unfinished frame, per connection
     PanelModel _panel;
     QList<Received> _received;
     int _malformed = 0;

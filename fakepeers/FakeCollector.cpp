@@ -1,39 +1,10 @@
 #include "FakeCollector.h"
 
-#include <QHostAddress>
 #include <QTcpSocket>
 #include <QtEndian>
 
-#include <utility>
-
-FakeCollector::FakeCollector(QObject *parent) : QObject(parent)
+FakeCollector::FakeCollector(QObject *parent) : LoopbackPeer(parent)
 {
-    connect(&_server, &QTcpServer::newConnection, this, &FakeCollector::acceptClients);
-}
-
-FakeCollector::~FakeCollector()
-{
-    stop();
-}
-
-bool FakeCollector::start(quint16 port)
-{
-    if (!_server.listen(QHostAddress::LocalHost, port ? port : _port))
-        return false;
-    _port = _server.serverPort();
-    return true;
-}
-
-void FakeCollector::stop()
-{
-    _server.close();
-    const QList<QTcpSocket *> clients = _clients;
-    _clients.clear();
-    for (QTcpSocket *client : clients) {
-        client->disconnect(this);
-        client->abort();
-        client->deleteLater();
-    }
 }
 
 QByteArray FakeCollector::frame(const collector::CollectorMsg &msg)
@@ -55,22 +26,14 @@ void FakeCollector::send(const collector::CollectorMsg &msg)
 
 void FakeCollector::sendRaw(const QByteArray &bytes)
 {
-    for (QTcpSocket *client : std::as_const(_clients)) {
+    for (QTcpSocket *client : clients()) {
         client->write(bytes);
         client->flush();
     }
 }
 
-void FakeCollector::acceptClients()
+void FakeCollector::clientAccepted(QTcpSocket *client)
 {
-    while (QTcpSocket *client = _server.nextPendingConnection()) {
-        _clients.append(client);
-        connect(client, &QTcpSocket::disconnected, this, [this, client] {
-            _clients.removeOne(client);
-            client->deleteLater();
-        });
-        // The program never writes to the collector; drop anything it sends.
-        connect(client, &QTcpSocket::readyRead, client, [client] { client->readAll(); });
-        emit clientConnected();
-    }
+    // The program never writes to the collector; drop anything it sends.
+    connect(client, &QTcpSocket::readyRead, client, [client] { client->readAll(); });
 }
