@@ -65,7 +65,7 @@ private:
 
     buttondriver::QButtonDriverClient _btdriver;
     collector::QCollectorClient _collector;
-    Page_Main _main_page;
+    Page_Main _main_page; // keeps only the address of _params, filled later
     std::vector<Param *> _params;
     Param_Quad _ip_param;
     Param_Quad _mask_param;
