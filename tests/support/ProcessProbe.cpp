@@ -1,0 +1,49 @@
+#include "support/ProcessProbe.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QList>
+
+namespace processprobe {
+
+namespace {
+
+QByteArray readProcFile(const QString &path)
+{
+    QFile file(path);
+    // /proc files report no size: read until the end.
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+qint64 findByEnvironment(const QString &executable, const QByteArray &entry)
+{
+    const QString wanted = QFileInfo(executable).canonicalFilePath();
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString &name : pids) {
+        bool ok = false;
+        const qint64 pid = name.toLongLong(&ok);
+        if (!ok)
+            continue;
+        const QString dir = QStringLiteral("/proc/") + name;
+        if (QFileInfo(dir + QStringLiteral("/exe")).canonicalFilePath() != wanted)
+            continue;
+        if (readProcFile(dir + QStringLiteral("/environ")).split('\0').contains(entry))
+            return pid;
+    }
+    return -1;
+}
+
+qint64 residentKiB(qint64 pid)
+{
+    const QList<QByteArray> lines = readProcFile(QStringLiteral("/proc/%1/status").arg(pid)).split('\n');
+    for (const QByteArray &line : lines) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+    }
+    return -1;
+}
+
+} // namespace processprobe
