@@ -1,0 +1,95 @@
+#!/bin/sh
+# Builds the Debian package of a build directory with cpack and checks it: the
+# exact file list with modes, that README.md documents every file, the control
+# fields (architecture of the daemon's ELF machine, library dependencies,
+# conffiles), the paths inside the service files, and a simulated install.
+# Usage: check-deb.sh BUILD_DIR CPACK_COMMAND README INSTALL_PREFIX
+set -u
+build_dir=$1 cpack=$2 readme=$3 prefix=$4
+
+fail() { echo "FAIL: $*"; exit 1; }
+
+for tool in dpkg-deb dpkg-shlibdeps readelf; do
+    command -v $tool >/dev/null || { echo "SKIP: $tool is missing (dpkg-dev, binutils)"; exit 77; }
+done
+[ "$prefix" = /usr ] || fail "this build directory installs to $prefix; a Debian package needs /usr (the default of a fresh build directory)"
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+(cd "$build_dir" && "$cpack" -G DEB -B "$work/out") >"$work/cpack.log" 2>&1 || { cat "$work/cpack.log"; fail "cpack failed"; }
+set -- "$work"/out/*.deb
+[ $# -eq 1 ] && [ -f "$1" ] || fail "expected one .deb, got: $*"
+deb=$1
+echo "package: ${deb##*/}"
+
+dpkg-deb -c "$deb" | awk '{ print $1, $6 }' >"$work/files"
+cat >"$work/expected" <<'EOF'
+drwxr-xr-x ./etc/
+drwxr-xr-x ./etc/init.d/
+-rwxr-xr-x ./etc/init.d/panel-setup
+drwxr-xr-x ./usr/
+drwxr-xr-x ./usr/lib/
+drwxr-xr-x ./usr/lib/systemd/
+drwxr-xr-x ./usr/lib/systemd/system/
+-rw-r--r-- ./usr/lib/systemd/system/panel-setup.service
+drwxr-xr-x ./usr/sbin/
+-rwxr-xr-x ./usr/sbin/panel-setup
+-rwxr-xr-x ./usr/sbin/setup_script
+EOF
+diff -u "$work/expected" "$work/files" || fail "file list differs (- expected, + package)"
+
+# Every file (not directory) of the package is named in the README.
+for path in $(awk '$1 !~ /^d/ { sub(/^\./, "", $2); print $2 }' "$work/expected"); do
+    grep -qF "$path" "$readme" || fail "$path is not documented in README.md"
+done
+
+field() { dpkg-deb -f "$deb" "$1"; }
+[ "$(field Package)" = panel-setup ] || fail "Package: $(field Package)"
+
+dpkg-deb -x "$deb" "$work/root"
+daemon=$work/root/usr/sbin/panel-setup
+machine=$(readelf -h "$daemon" | sed -n 's/^ *Machine: *//p')
+case $machine in
+    *X86-64*) arch=amd64 ;;
+    AArch64) arch=arm64 ;;
+    ARM) arch=armhf ;;
+    *) fail "unknown ELF machine: $machine" ;;
+esac
+[ "$(field Architecture)" = "$arch" ] || fail "Architecture: $(field Architecture), the daemon is built for $arch"
+
+# Depends names the Qt of the build (libqt6core6 or libqt5core5a, ...) and the C library.
+qt=$(readelf -d "$daemon" | sed -n 's/.*Shared library: \[libQt\([56]\)Core\.so.*/\1/p')
+[ -n "$qt" ] || fail "the daemon does not link QtCore"
+depends=$(field Depends)
+echo "Depends: $depends"
+for lib in "libqt${qt}core" "libqt${qt}network" libc6 libstdc++6; do
+    echo "$depends" | grep -q "\(^\|, \)$lib" || fail "Depends lacks $lib"
+done
+
+dpkg-deb -e "$deb" "$work/control"
+[ "$(cat "$work/control/conffiles")" = /etc/init.d/panel-setup ] || fail "conffiles: $(cat "$work/control/conffiles")"
+for script in postinst prerm postrm; do
+    [ -x "$work/control/$script" ] || fail "$script is missing or not executable"
+    sh -n "$work/control/$script" || fail "$script has a syntax error"
+done
+
+# The service files start the installed daemon with the installed setup script
+# and name the services it starts after.
+unit=$work/root/usr/lib/systemd/system/panel-setup.service
+init=$work/root/etc/init.d/panel-setup
+grep -qx 'ExecStart=/usr/sbin/panel-setup ${SETUP_SCRIPT}' "$unit" || fail "unit: ExecStart"
+grep -qx 'Environment=SETUP_SCRIPT=/usr/sbin/setup_script' "$unit" || fail "unit: SETUP_SCRIPT"
+grep -qx 'Restart=on-failure' "$unit" || fail "unit: Restart"
+grep -qx 'After=kd5820m-collector.service kd5820m-buttondriver.service' "$unit" || fail "unit: After"
+grep -qx 'DAEMON=/usr/sbin/panel-setup' "$init" || fail "init script: DAEMON"
+grep -qx 'SETUP_SCRIPT=/usr/sbin/setup_script' "$init" || fail "init script: SETUP_SCRIPT"
+grep -q '^# Should-Start: .* kd5820m-collector kd5820m-buttondriver$' "$init" || fail "init script: Should-Start"
+sh -n "$init" || fail "init script has a syntax error"
+
+# Installable: apt resolves the dependencies without installing anything.
+if command -v apt-get >/dev/null; then
+    apt-get install --simulate --no-install-recommends "$deb" >"$work/apt.log" 2>&1 ||
+        { cat "$work/apt.log"; fail "apt-get cannot install the package"; }
+    grep -q "^Inst panel-setup" "$work/apt.log" || { cat "$work/apt.log"; fail "apt-get would not install panel-setup"; }
+fi
+echo "PASS"
