@@ -1,0 +1,480 @@
+// panel-bench: the event-to-screen path of the real daemon against a minimal
+// relay (panel-bench-relay), measured the same way in the same run. The bench
+// plays collector and button driver on loopback, runs the daemon in a sandbox
+// root (stub reboot/poweroff first on PATH) and sends menu-shaft turns; each
+// turn must come back as two text-line commands. See BENCHMARKS.md.
+//
+// Exit status: 0, or 1 when a target lost, reordered or added commands, or 2
+// when a target could not be started. Times never fail the run.
+#include "BenchLink.h"
+#include "BenchProcess.h"
+
+#include "Sandbox.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QSysInfo>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <sys/prctl.h>
+#include <sys/utsname.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace bench;
+
+namespace {
+
+// No wait of the bench ends a run for slowness alone; these only catch a
+// target that is gone.
+constexpr int ConnectTimeoutMs = 30000;
+constexpr int FirstDrawingCommands = 17;
+
+struct Options
+{
+    bool ci = false;
+    QString daemon = QStringLiteral(PANEL_SETUP_BINARY);
+    QString relay = QStringLiteral(PANEL_BENCH_RELAY);
+    QString daemonLog = QStringLiteral("/dev/null");
+    int benchCpu = -1;
+    int targetCpu = -1;
+    int startupRuns = 20;
+    double idleSeconds = 10;
+    int warmupEvents = 2000;
+    int closedEvents = 20000;
+    std::vector<double> rates = {300, 1000, 5000};
+    double rateSeconds = 5;
+    int memoryEvents = 100000;
+    bool search = true;
+    double searchSeconds = 2;
+    double checkRate = 20000; // the short form's one fast rate
+};
+
+void usage()
+{
+    printf("usage: panel-bench [--ci] [--daemon PATH] [--relay PATH] [--daemon-log FILE]\n"
+           "                   [--pin same|split] [--closed N] [--idle SECONDS] [--rate-seconds S]\n"
+           "                   [--startup-runs N] [--memory-events N] [--search-seconds S] [--no-search]\n"
+           "  --ci         short form (a few seconds): fails only on lost or reordered commands\n"
+           "  --pin same   bench, daemon and relay all on CPU 0\n"
+           "  --pin split  bench on CPU 0, daemon and relay on CPU 1\n");
+}
+
+bool parse(int argc, char *argv[], Options *o)
+{
+    for (int i = 1; i < argc; ++i) {
+        const QByteArray arg = argv[i];
+        const bool hasValue = i + 1 < argc;
+        const QByteArray value = hasValue ? QByteArray(argv[i + 1]) : QByteArray();
+        if (arg == "--ci") {
+            o->ci = true;
+            o->startupRuns = 3;
+            o->idleSeconds = 1;
+            o->warmupEvents = 200;
+            o->closedEvents = 1000;
+            o->rateSeconds = 0.5;
+            o->memoryEvents = 10000;
+            o->search = false;
+        } else if (arg == "--no-search") {
+            o->search = false;
+        } else if (!hasValue) {
+            return false;
+        } else if (arg == "--daemon") {
+            o->daemon = QString::fromLocal8Bit(value), ++i;
+        } else if (arg == "--relay") {
+            o->relay = QString::fromLocal8Bit(value), ++i;
+        } else if (arg == "--daemon-log") {
+            o->daemonLog = QString::fromLocal8Bit(value), ++i;
+        } else if (arg == "--pin" && (value == "same" || value == "split")) {
+            o->benchCpu = 0;
+            o->targetCpu = value == "same" ? 0 : 1;
+            ++i;
+        } else if (arg == "--closed") {
+            o->closedEvents = value.toInt(), ++i;
+        } else if (arg == "--idle") {
+            o->idleSeconds = value.toDouble(), ++i;
+        } else if (arg == "--rate-seconds") {
+            o->rateSeconds = value.toDouble(), ++i;
+        } else if (arg == "--startup-runs") {
+            o->startupRuns = value.toInt(), ++i;
+        } else if (arg == "--memory-events") {
+            o->memoryEvents = value.toInt(), ++i;
+        } else if (arg == "--search-seconds") {
+            o->searchSeconds = value.toDouble(), ++i;
+        } else {
+            return false;
+        }
+    }
+    return o->closedEvents > 0 && o->startupRuns > 0 && o->idleSeconds > 0 && o->rateSeconds > 0;
+}
+
+QString cpuModel()
+{
+    QFile file(QStringLiteral("/proc/cpuinfo"));
+    if (!file.open(QIODevice::ReadOnly))
+        return QStringLiteral("?");
+    for (const QByteArray &line : file.readAll().split('\n')) {
+        if (line.startsWith("model name"))
+            return QString::fromLatin1(line.mid(line.indexOf(':') + 1).trimmed());
+    }
+    return QStringLiteral("?");
+}
+
+// A running target with its two connections.
+struct Target
+{
+    explicit Target(const char *name) : name(name) {}
+
+    const char *name;
+    Child child;
+    Listener collector;
+    Listener driver;
+    std::unique_ptr<Link> link;
+    Accepted accepted;
+
+    bool start(const QString &program, const QStringList &arguments, const Sandbox &sandbox,
+               const QString &output, int cpu)
+    {
+        link.reset();
+        if (!collector.isValid() || !driver.isValid()
+            || !child.start(program, arguments, sandbox.environment(collector.port(), driver.port()).toStringList(),
+                            output, cpu)
+            || !acceptBoth(collector, driver, ConnectTimeoutMs, &accepted)) {
+            fprintf(stderr, "panel-bench: %s did not connect to both peers\n", name);
+            return false;
+        }
+        link = std::make_unique<Link>(accepted, child.pid());
+        return true;
+    }
+};
+
+bool allClean = true;
+
+void note(const char *target, const PhaseResult &r)
+{
+    if (r.clean())
+        return;
+    allClean = false;
+    printf("  !! %s: %lld of %lld commands lost, %lld out of order or wrong, %lld unexpected\n", target, r.lost,
+           r.commandsExpected, r.mismatched, r.unexpected);
+}
+
+void printPhase(const char *label, const char *target, const PhaseResult &r)
+{
+    const double events = std::max(1, r.events);
+    printf("  %-22s %-8s %7d ev  p50 %8.1f  p99 %8.1f  p99.9 %8.1f  max %9.1f us  cpu/ev %6.2f us"
+           "  lost %lld  misordered %lld\n",
+           label, target, r.events, percentile(r.latencyUs, 50), percentile(r.latencyUs, 99),
+           percentile(r.latencyUs, 99.9), percentile(r.latencyUs, 100), double(r.cpuNs) / 1000.0 / events,
+           r.lost, r.mismatched + r.unexpected);
+    note(target, r);
+}
+
+double ratio(double a, double b)
+{
+    return b > 0 ? a / b : 0;
+}
+
+void printMemory(const char *label, pid_t pid)
+{
+    const MemorySample m = sampleMemory(pid);
+    printf("  %-34s RSS %6lld kB  PSS %6lld kB  Private_Dirty %6lld kB  Private_Clean %6lld kB"
+           "  Anonymous %6lld kB  VmHWM %6lld kB\n",
+           label, m.rssKb, m.pssKb, m.privateDirtyKb, m.privateCleanKb, m.anonymousKb, m.hwmKb);
+}
+
+struct IdleResult
+{
+    long long voluntary = 0;
+    long long involuntary = 0;
+    long long runtimeNs = 0;
+};
+
+IdleResult printIdle(const char *label, const std::vector<TaskSample> &before,
+                     const std::vector<TaskSample> &after, double seconds)
+{
+    IdleResult total;
+    printf("  %s:\n", label);
+    for (const TaskSample &a : after) {
+        TaskSample b;
+        for (const TaskSample &candidate : before) {
+            if (candidate.tid == a.tid)
+                b = candidate;
+        }
+        const long long voluntary = a.voluntarySwitches - b.voluntarySwitches;
+        const long long involuntary = a.involuntarySwitches - b.involuntarySwitches;
+        const long long runtime = a.runtimeNs - b.runtimeNs;
+        printf("    thread %-7d %-16s wakeups (voluntary switches) %4lld  involuntary %4lld  cpu %8.3f ms\n", a.tid,
+               qPrintable(a.name), voluntary, involuntary, double(runtime) / 1e6);
+        total.voluntary += voluntary;
+        total.involuntary += involuntary;
+        total.runtimeNs += runtime;
+    }
+    printf("    all threads: %.2f wakeups/s, %lld involuntary switches, %.3f ms CPU in %.1f s\n",
+           double(total.voluntary) / seconds, total.involuntary, double(total.runtimeNs) / 1e6, seconds);
+    return total;
+}
+
+// A trial of the rate search: every command in order, and no queue building
+// up (p99 under 10 ms).
+bool sustains(Link &link, double rate, double seconds, PhaseResult *result)
+{
+    PhaseSpec spec;
+    spec.events = std::max(1, int(rate * seconds));
+    spec.rate = rate;
+    *result = link.run(spec);
+    return result->clean() && percentile(result->latencyUs, 99) <= 10000;
+}
+
+// Doubles from 5000/s until a rate fails, then halves the gap five times.
+double highestSustainedRate(Target &target, double seconds)
+{
+    double good = 0;
+    double bad = 0;
+    auto trial = [&](double rate) {
+        PhaseResult r;
+        const bool ok = sustains(*target.link, rate, seconds, &r);
+        printf("    %-8s %8.0f/s  %s  p99 %8.1f us  cpu/ev %6.2f us%s\n", target.name, rate, ok ? "kept up " : "fell behind",
+               percentile(r.latencyUs, 99), double(r.cpuNs) / 1000.0 / std::max(1, r.events),
+               r.clean() ? "" : "  (lost or misordered commands)");
+        fflush(stdout);
+        note(target.name, r);
+        return ok;
+    };
+    for (double rate = 5000; rate <= 1e6; rate *= 2) {
+        if (!trial(rate)) {
+            bad = rate;
+            break;
+        }
+        good = rate;
+    }
+    if (bad == 0)
+        return good;
+    for (int i = 0; i < 5; ++i) {
+        const double mid = std::round((good + bad) / 2 / 250) * 250;
+        if (mid <= good || mid >= bad)
+            break;
+        if (trial(mid))
+            good = mid;
+        else
+            bad = mid;
+    }
+    return good;
+}
+
+void sleepSeconds(double seconds)
+{
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    Options o;
+    if (!parse(argc, argv, &o)) {
+        usage();
+        return 2;
+    }
+    // Short sleeps of the open loop must end when asked, not 50 us later.
+    prctl(PR_SET_TIMERSLACK, 1UL, 0, 0, 0);
+    if (o.benchCpu >= 0 && (!pinToCpu(o.benchCpu) || sysconf(_SC_NPROCESSORS_ONLN) <= o.targetCpu)) {
+        fprintf(stderr, "panel-bench: cannot pin to CPU %d/%d\n", o.benchCpu, o.targetCpu);
+        return 2;
+    }
+
+    utsname system;
+    uname(&system);
+    printf("panel-bench%s\n", o.ci ? " (short form)" : "");
+    printf("  machine: %ld CPUs, %s, Linux %s, Qt %s\n", sysconf(_SC_NPROCESSORS_ONLN), qPrintable(cpuModel()),
+           system.release, qVersion());
+    printf("  daemon: %s (output to %s)\n  baseline: %s\n  pinning: %s\n", qPrintable(o.daemon),
+           qPrintable(o.daemonLog), qPrintable(o.relay),
+           o.benchCpu < 0 ? "none" : o.targetCpu == 0 ? "bench and targets on CPU 0" : "bench on CPU 0, targets on CPU 1");
+    fflush(stdout);
+
+    // Start-up, in idle mode: the default sandbox has the main application
+    // installed and no start flag. The last run stays up for the idle figures.
+    Sandbox idleBox;
+    Sandbox setupBox;
+    if (!idleBox.isValid() || !setupBox.isValid() || !setupBox.writeFile(Sandbox::StartFlagPath, QByteArray())) {
+        fprintf(stderr, "panel-bench: cannot build the sandboxes\n");
+        return 2;
+    }
+    Target idleDaemon("daemon");
+    std::vector<double> startupMs;
+    for (int run = 0; run < o.startupRuns; ++run) {
+        const qint64 before = nowNs();
+        if (!idleDaemon.start(o.daemon, {}, idleBox, o.daemonLog, o.targetCpu))
+            return 2;
+        const qint64 both = std::max(idleDaemon.accepted.collectorNs, idleDaemon.accepted.driverNs);
+        startupMs.push_back(double(both - before) / 1e6);
+        if (run + 1 < o.startupRuns)
+            idleDaemon.child.stop();
+    }
+    const double startupP50 = percentile(startupMs, 50);
+    const double startupMax = percentile(startupMs, 100);
+    printf("\nStart-up, idle mode, fork+exec to both connections accepted (%d runs):\n"
+           "  min %.2f ms  median %.2f ms  max %.2f ms\n",
+           o.startupRuns, *std::min_element(startupMs.begin(), startupMs.end()), startupP50, startupMax);
+    fflush(stdout);
+
+    // Setup mode through the start flag: the take-over draws the main menu
+    // (17 commands), whose item texts the baseline is then given.
+    Target daemon("daemon");
+    if (!daemon.start(o.daemon, {}, setupBox, o.daemonLog, o.targetCpu))
+        return 2;
+    std::vector<QByteArray> firstDrawing;
+    MenuFrames frames;
+    if (!daemon.link->readCommands(FirstDrawingCommands, ConnectTimeoutMs, &firstDrawing)
+        || !frames.fromFirstDrawing(firstDrawing)) {
+        fprintf(stderr, "panel-bench: the daemon did not draw the main menu\n");
+        return 2;
+    }
+    daemon.link->setFrames(frames);
+    QStringList texts;
+    for (const QString &text : frames.texts)
+        texts << text;
+    Target relay("baseline");
+    if (!relay.start(o.relay, texts, setupBox, QStringLiteral("/dev/null"), o.targetCpu))
+        return 2;
+    relay.link->setFrames(frames);
+    Target *targets[] = {&relay, &daemon};
+
+    sleepSeconds(o.ci ? 0.2 : 1.0);
+    printf("\nMemory after start:\n");
+    printMemory("daemon, setup mode", daemon.child.pid());
+    printMemory("daemon, idle mode", idleDaemon.child.pid());
+    printMemory("baseline", relay.child.pid());
+
+    printf("\nIdle, no input for %.1f s, both peers connected:\n", o.idleSeconds);
+    fflush(stdout);
+    const auto setupBefore = sampleTasks(daemon.child.pid());
+    const auto idleBefore = sampleTasks(idleDaemon.child.pid());
+    const auto relayBefore = sampleTasks(relay.child.pid());
+    sleepSeconds(o.idleSeconds);
+    const IdleResult setupIdle =
+        printIdle("daemon, setup mode", setupBefore, sampleTasks(daemon.child.pid()), o.idleSeconds);
+    const IdleResult idleIdle =
+        printIdle("daemon, idle mode", idleBefore, sampleTasks(idleDaemon.child.pid()), o.idleSeconds);
+    printIdle("baseline", relayBefore, sampleTasks(relay.child.pid()), o.idleSeconds);
+
+    // Closed loop in alternating chunks, so that both targets see the same
+    // moments of the machine.
+    printf("\nClosed loop (one event, wait for its second command, repeat), latency in us:\n");
+    fflush(stdout);
+    PhaseSpec closed;
+    closed.window = 1;
+    for (Target *t : targets) {
+        closed.events = o.warmupEvents;
+        note(t->name, t->link->run(closed));
+    }
+    constexpr int Chunks = 4;
+    PhaseResult closedResults[2];
+    for (int chunk = 0; chunk < Chunks; ++chunk) {
+        closed.events = o.closedEvents / Chunks + (chunk < o.closedEvents % Chunks ? 1 : 0);
+        for (int i = 0; i < 2; ++i)
+            closedResults[i].merge(targets[i]->link->run(closed));
+    }
+    for (int i = 0; i < 2; ++i)
+        printPhase("closed loop", targets[i]->name, closedResults[i]);
+    const double p50Ratio = ratio(percentile(closedResults[1].latencyUs, 50), percentile(closedResults[0].latencyUs, 50));
+    const double p99Ratio = ratio(percentile(closedResults[1].latencyUs, 99), percentile(closedResults[0].latencyUs, 99));
+    const double p999Ratio =
+        ratio(percentile(closedResults[1].latencyUs, 99.9), percentile(closedResults[0].latencyUs, 99.9));
+    printf("  daemon/baseline: p50 %.2fx  p99 %.2fx  p99.9 %.2fx  cpu/ev %.2fx\n", p50Ratio, p99Ratio, p999Ratio,
+           ratio(double(closedResults[1].cpuNs), double(closedResults[0].cpuNs)));
+
+    printf("\nOpen loop (fixed send rate, %.1f s each), latency in us:\n", o.rateSeconds);
+    fflush(stdout);
+    for (double rate : o.rates) {
+        PhaseSpec open;
+        open.rate = rate;
+        open.events = std::max(1, int(rate * o.rateSeconds));
+        PhaseResult results[2];
+        for (int i = 0; i < 2; ++i) {
+            results[i] = targets[i]->link->run(open);
+            printPhase(qPrintable(QStringLiteral("%1 events/s").arg(rate)), targets[i]->name, results[i]);
+        }
+        printf("  daemon/baseline: p50 %.2fx  p99 %.2fx  p99.9 %.2fx  cpu/ev %.2fx\n",
+               ratio(percentile(results[1].latencyUs, 50), percentile(results[0].latencyUs, 50)),
+               ratio(percentile(results[1].latencyUs, 99), percentile(results[0].latencyUs, 99)),
+               ratio(percentile(results[1].latencyUs, 99.9), percentile(results[0].latencyUs, 99.9)),
+               ratio(double(results[1].cpuNs), double(results[0].cpuNs)));
+        fflush(stdout);
+    }
+
+    // Memory after a fixed number of events: the rest are sent as fast as a
+    // window of 64 events in flight allows.
+    PhaseSpec bulk;
+    bulk.window = 64;
+    printf("\nMemory after %d events (the remainder sent with 64 in flight):\n", o.memoryEvents);
+    for (Target *t : targets) {
+        bulk.events = int(std::max<long long>(0, o.memoryEvents - t->link->eventsSent()));
+        if (bulk.events > 0) {
+            const PhaseResult r = t->link->run(bulk);
+            printf("  %-8s %d events in %.3f s: %.0f events/s\n", t->name, r.events, r.seconds,
+                   r.seconds > 0 ? r.events / r.seconds : 0.0);
+            note(t->name, r);
+        }
+    }
+    const long long memoryEvents = daemon.link->eventsSent();
+    const MemorySample memory = sampleMemory(daemon.child.pid());
+    printMemory("daemon, setup mode", daemon.child.pid());
+    printMemory("baseline", relay.child.pid());
+    fflush(stdout);
+
+    double highest[2] = {0, 0};
+    if (o.search) {
+        printf("\nHighest sustained rate (%.1f s per trial; kept up = every command in order, p99 <= 10 ms):\n",
+               o.searchSeconds);
+        for (int i = 0; i < 2; ++i) {
+            highest[i] = highestSustainedRate(*targets[i], o.searchSeconds);
+            printf("  %-8s %.0f events/s\n", targets[i]->name, highest[i]);
+        }
+        printf("  daemon/baseline: %.2fx\n", ratio(highest[1], highest[0]));
+    } else {
+        printf("\n%.0f events/s for %.1f s:\n", o.checkRate, o.rateSeconds);
+        for (int i = 0; i < 2; ++i) {
+            PhaseResult r;
+            if (sustains(*targets[i]->link, o.checkRate, o.rateSeconds, &r))
+                highest[i] = o.checkRate;
+            printPhase(qPrintable(QStringLiteral("%1 events/s").arg(o.checkRate)), targets[i]->name, r);
+        }
+    }
+
+    for (Target *t : targets) {
+        const long long extra = t->link->unexpectedWithin(200);
+        if (extra > 0) {
+            allClean = false;
+            printf("  !! %s: %lld commands after the last phase\n", t->name, extra);
+        }
+    }
+
+    const double rssMb = double(memory.rssKb) / 1024;
+    const double dirtyMb = double(memory.privateDirtyKb) / 1024;
+    const double setupWakeups = double(setupIdle.voluntary) / o.idleSeconds;
+    const double idleWakeups = double(idleIdle.voluntary) / o.idleSeconds;
+    auto verdict = [](bool met) { return met ? "met" : "MISSED"; };
+    printf("\nGoals (measured / limit):\n");
+    printf("  closed-loop p50 daemon/baseline   %6.2fx / 1.5x    %s\n", p50Ratio, verdict(p50Ratio <= 1.5));
+    printf("  closed-loop p99 daemon/baseline   %6.2fx / 2x      %s\n", p99Ratio, verdict(p99Ratio <= 2));
+    if (o.search)
+        printf("  sustained menu events/s           %6.0f / 20000   ratio %.2f  %s\n", highest[1], highest[1] / 20000,
+               verdict(highest[1] >= 20000));
+    else
+        printf("  20000 menu events/s kept up       %s\n", highest[1] >= 20000 ? "yes" : "no");
+    printf("  idle wakeups/s, setup mode        %6.2f / 0       %s\n", setupWakeups, verdict(setupIdle.voluntary == 0));
+    printf("  idle wakeups/s, idle mode         %6.2f / 0       %s\n", idleWakeups, verdict(idleIdle.voluntary == 0));
+    printf("  RSS after %lld events         %6.2f / 12 MB   ratio %.2f  %s\n", memoryEvents, rssMb, rssMb / 12,
+           verdict(rssMb <= 12));
+    printf("  Private_Dirty after %lld events %6.2f / 2 MB    ratio %.2f  %s\n", memoryEvents, dirtyMb, dirtyMb / 2,
+           verdict(dirtyMb <= 2));
+    printf("  start-up to both connections      %6.2f / 50 ms   ratio %.2f  %s (median; max %.2f ms)\n", startupP50,
+           startupP50 / 50, verdict(startupP50 < 50), startupMax);
+    printf("\nCommands: %s\n", allClean ? "none lost, none out of order" : "LOST OR OUT OF ORDER");
+    return allClean ? 0 : 1;
+}
