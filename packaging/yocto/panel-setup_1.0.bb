@@ -19,6 +19,7 @@ DEPENDS = "qtbase"
 
 # Every CMake option of the project, in the order of its CMakeLists.txt files.
 # Not used here (developer builds only): PANEL_SETUP_SANITIZE PANEL_SETUP_FUZZ
+# PANEL_SETUP_BUILD_BENCH
 EXTRA_OECMAKE = " \
     -DPANEL_SETUP_BUILD_TESTS=OFF \
     -DPANEL_SETUP_QT_MAJOR_VERSION=6 \
