@@ -94,7 +94,10 @@ void NetUtil::writeInterfacesFile(const std::vector<QString> &params)
             text += QString("gateway %1\n").arg(params[3]);
     }
 
-    file.write(text.toLatin1());
+    // Pushed out before the commit: a buffered write that fails (a full disk)
+    // would otherwise still be renamed over the old file, leaving it empty.
+    if (file.write(text.toLatin1()) != text.size() || !file.flush())
+        file.cancelWriting();
     if (!file.commit()) {
         qDebug() << openFailed;
         return;

@@ -69,7 +69,11 @@ void writeButtonlevelFile(const std::vector<QString> &values)
         qDebug() << "writeButtonlevelFile : Unable to open" << path;
         return;
     }
-    file.write(QStringLiteral("lcd %1\nscr %2\n").arg(values[0], values[1]).toLatin1());
+    const QByteArray text = QStringLiteral("lcd %1\nscr %2\n").arg(values[0], values[1]).toLatin1();
+    // Pushed out before the commit: a buffered write that fails (a full disk)
+    // would otherwise still be renamed over the old file, leaving it empty.
+    if (file.write(text) != text.size() || !file.flush())
+        file.cancelWriting();
     if (!file.commit())
         qDebug() << "writeButtonlevelFile : Unable to write" << path;
 }
