@@ -89,6 +89,15 @@ void Child::stop()
 {
     if (_pid <= 0)
         return;
+    // SIGTERM first, so that a target run under a profiler can write its data.
+    kill(_pid, SIGTERM);
+    for (int i = 0; i < 1000; ++i) {
+        if (waitpid(_pid, nullptr, WNOHANG) != 0) {
+            _pid = -1;
+            return;
+        }
+        usleep(10000);
+    }
     kill(_pid, SIGKILL);
     waitpid(_pid, nullptr, 0);
     _pid = -1;

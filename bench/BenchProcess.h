@@ -24,7 +24,7 @@ public:
     // exit of the child with status 127).
     bool start(const QString &program, const QStringList &arguments, const QStringList &environment,
                const QString &outputPath, int cpu);
-    // SIGKILL and reap; nothing when not running.
+    // SIGTERM, SIGKILL after 10 s, and reap; nothing when not running.
     void stop();
     bool isRunning();
     pid_t pid() const { return _pid; }

@@ -38,6 +38,7 @@ struct Options
     QString daemon = QStringLiteral(PANEL_SETUP_BINARY);
     QString relay = QStringLiteral(PANEL_BENCH_RELAY);
     QString daemonLog = QStringLiteral("/dev/null");
+    QStringList daemonEnv; // NAME=VALUE added to the daemon's environment
     int benchCpu = -1;
     int targetCpu = -1;
     int startupRuns = 20;
@@ -54,7 +55,7 @@ struct Options
 
 void usage()
 {
-    printf("usage: panel-bench [--ci] [--daemon PATH] [--relay PATH] [--daemon-log FILE]\n"
+    printf("usage: panel-bench [--ci] [--daemon PATH] [--relay PATH] [--daemon-log FILE] [--daemon-env NAME=VALUE]\n"
            "                   [--pin same|split] [--closed N] [--idle SECONDS] [--rate-seconds S]\n"
            "                   [--startup-runs N] [--memory-events N] [--search-seconds S] [--no-search]\n"
            "  --ci         short form (a few seconds): fails only on lost or reordered commands\n"
@@ -85,6 +86,8 @@ bool parse(int argc, char *argv[], Options *o)
             o->daemon = QString::fromLocal8Bit(value), ++i;
         } else if (arg == "--relay") {
             o->relay = QString::fromLocal8Bit(value), ++i;
+        } else if (arg == "--daemon-env" && value.contains('=')) {
+            o->daemonEnv << QString::fromLocal8Bit(value), ++i;
         } else if (arg == "--daemon-log") {
             o->daemonLog = QString::fromLocal8Bit(value), ++i;
         } else if (arg == "--pin" && (value == "same" || value == "split")) {
@@ -135,12 +138,14 @@ struct Target
     Accepted accepted;
 
     bool start(const QString &program, const QStringList &arguments, const Sandbox &sandbox,
-               const QString &output, int cpu)
+               const QString &output, int cpu, const QStringList &extraEnvironment = {})
     {
         link.reset();
+        QProcessEnvironment environment = sandbox.environment(collector.port(), driver.port());
+        for (const QString &entry : extraEnvironment)
+            environment.insert(entry.section(QLatin1Char('='), 0, 0), entry.section(QLatin1Char('='), 1));
         if (!collector.isValid() || !driver.isValid()
-            || !child.start(program, arguments, sandbox.environment(collector.port(), driver.port()).toStringList(),
-                            output, cpu)
+            || !child.start(program, arguments, environment.toStringList(), output, cpu)
             || !acceptBoth(collector, driver, ConnectTimeoutMs, &accepted)) {
             fprintf(stderr, "panel-bench: %s did not connect to both peers\n", name);
             return false;
@@ -291,8 +296,9 @@ int main(int argc, char *argv[])
     printf("panel-bench%s\n", o.ci ? " (short form)" : "");
     printf("  machine: %ld CPUs, %s, Linux %s, Qt %s\n", sysconf(_SC_NPROCESSORS_ONLN), qPrintable(cpuModel()),
            system.release, qVersion());
-    printf("  daemon: %s (output to %s)\n  baseline: %s\n  pinning: %s\n", qPrintable(o.daemon),
-           qPrintable(o.daemonLog), qPrintable(o.relay),
+    printf("  daemon: %s (output to %s%s%s)\n  baseline: %s\n  pinning: %s\n", qPrintable(o.daemon),
+           qPrintable(o.daemonLog), o.daemonEnv.isEmpty() ? "" : ", with ", qPrintable(o.daemonEnv.join(' ')),
+           qPrintable(o.relay),
            o.benchCpu < 0 ? "none" : o.targetCpu == 0 ? "bench and targets on CPU 0" : "bench on CPU 0, targets on CPU 1");
     fflush(stdout);
 
@@ -308,7 +314,7 @@ int main(int argc, char *argv[])
     std::vector<double> startupMs;
     for (int run = 0; run < o.startupRuns; ++run) {
         const qint64 before = nowNs();
-        if (!idleDaemon.start(o.daemon, {}, idleBox, o.daemonLog, o.targetCpu))
+        if (!idleDaemon.start(o.daemon, {}, idleBox, o.daemonLog, o.targetCpu, o.daemonEnv))
             return 2;
         const qint64 both = std::max(idleDaemon.accepted.collectorNs, idleDaemon.accepted.driverNs);
         startupMs.push_back(double(both - before) / 1e6);
@@ -325,7 +331,7 @@ int main(int argc, char *argv[])
     // Setup mode through the start flag: the take-over draws the main menu
     // (17 commands), whose item texts the baseline is then given.
     Target daemon("daemon");
-    if (!daemon.start(o.daemon, {}, setupBox, o.daemonLog, o.targetCpu))
+    if (!daemon.start(o.daemon, {}, setupBox, o.daemonLog, o.targetCpu, o.daemonEnv))
         return 2;
     std::vector<QByteArray> firstDrawing;
     MenuFrames frames;

@@ -9,6 +9,8 @@
 #include <QThread>
 #include <QtEndian>
 
+#include <sys/socket.h>
+
 namespace buttondriver {
 
 namespace {
@@ -70,9 +72,9 @@ bool QButtonDriverClient::msg(const QByteArray &message)
 {
     if (!readyToSend())
         return false;
-    QByteArray frame;
-    appendFrame(&frame, message);
-    send(frame);
+    _frames.resize(0);
+    appendFrame(&_frames, message);
+    send(_frames);
     return true;
 }
 
@@ -80,11 +82,11 @@ bool QButtonDriverClient::msg(const vector<QByteArray> &messages)
 {
     if (!readyToSend())
         return false;
-    QByteArray frames;
+    _frames.resize(0);
     for (const QByteArray &message : messages)
-        appendFrame(&frames, message);
-    if (!frames.isEmpty())
-        send(frames);
+        appendFrame(&_frames, message);
+    if (!_frames.isEmpty())
+        send(_frames);
     return true;
 }
 
@@ -110,11 +112,24 @@ bool QButtonDriverClient::readyToSend()
 }
 
 // One write per call, pushed out before control returns to the caller, which
-// may block next (script hooks, reboot).
+// may block next (script hooks, reboot). While nothing waits in the socket's
+// own buffer the frames go straight to the kernel: through that buffer, the
+// socket would switch its write notifier on and off for each frame, and each
+// switch wakes the event loop. What the kernel does not take (or a failed
+// connection) is left to the socket.
 void QButtonDriverClient::send(const QByteArray &frames)
 {
-    _socket->write(frames);
-    _socket->flush();
+    qint64 sent = 0;
+    if (_socket->bytesToWrite() == 0) {
+        sent = ::send(int(_socket->socketDescriptor()), frames.constData(), size_t(frames.size()),
+                      MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0)
+            sent = 0;
+    }
+    if (sent < frames.size()) {
+        _socket->write(frames.constData() + sent, frames.size() - sent);
+        _socket->flush();
+    }
 }
 
 } // namespace buttondriver

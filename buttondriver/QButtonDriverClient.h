@@ -44,6 +44,9 @@ private:
     void send(const QByteArray &frames);
 
     QTcpSocket *_socket; // child: closed when the client goes
+    // The frames of one send. Kept between sends so that its storage is
+    // reused; the socket copies what the kernel does not take at once.
+    QByteArray _frames;
 };
 
 } // namespace buttondriver

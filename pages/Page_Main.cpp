@@ -71,6 +71,17 @@ void Page_Main::enter(Page *page)
     _current_page = page;
 }
 
+const QByteArray &Page_Main::itemMessage(int index, bool highlighted)
+{
+    ItemMessages &item = _item_messages[index];
+    if (item.text != main_menu_items[index]) {
+        item.text = main_menu_items[index];
+        item.plain = buttondriver::KVB_DrawText(0, index, item.text, 0);
+        item.highlighted = buttondriver::KVB_DrawText(0, index, item.text, 1);
+    }
+    return highlighted ? item.highlighted : item.plain;
+}
+
 void Page_Main::collectorMsg(const collector::CollectorMsg &msg)
 {
     if (_current_page != this) {
@@ -135,16 +146,14 @@ void Page_Main::refresh_main_items()
              << ", _prev_sh_menu_val =" << _prev_sh_menu_val;
     if (_sh_menu_val != -1) {
         qDebug() << "Refreshing previous and current menu items";
-        _callback->pcb_send_message(
-            buttondriver::KVB_DrawText(0, _sh_menu_val, main_menu_items[_sh_menu_val], 1));
+        _callback->pcb_send_message(itemMessage(_sh_menu_val, true));
         if (_prev_sh_menu_val >= 0)
-            _callback->pcb_send_message(buttondriver::KVB_DrawText(
-                0, _prev_sh_menu_val, main_menu_items[_prev_sh_menu_val], 0));
+            _callback->pcb_send_message(itemMessage(_prev_sh_menu_val, false));
         qDebug() << "Done refreshing previous and current menu items";
     } else {
         qDebug() << "First time startup for Page_Main::refresh_main_items().";
         for (int i = 0; i <= LAST_MAIN_ITEM; ++i)
-            _callback->pcb_send_message(buttondriver::KVB_DrawText(0, i, main_menu_items[i], i == 0 ? 1 : 0));
+            _callback->pcb_send_message(itemMessage(i, i == 0));
         _sh_menu_val = 0;
     }
     qDebug() << "Leaving Page_Main::refresh_main_items()";

@@ -1,12 +1,16 @@
 #ifndef PAGE_MAIN_H
 #define PAGE_MAIN_H
 
+#include "pages/MenuTables.h"
 #include "pages/Page.h"
 #include "pages/Page_Intensity.h"
 #include "pages/Page_RebootPoweroff.h"
 #include "pages/Page_Setup.h"
 #include "pages/Page_Testing.h"
 
+#include <QByteArray>
+
+#include <iterator>
 #include <vector>
 
 // The root of the page tree: the main menu on screen 0. It builds and owns
@@ -36,6 +40,8 @@ public:
 
 private:
     void enter(Page *page);
+    // The text-line command of item index, plain or highlighted.
+    const QByteArray &itemMessage(int index, bool highlighted);
 
     Page_Setup _setup;
     Page_Testing _testing;
@@ -47,6 +53,15 @@ private:
     int _prev_sh_menu_val = -1;
     // The short version text, shown as the main menu's last item.
     char _version_text[12];
+    // Each turn redraws two items: their commands are built once per item
+    // text (the table's pointer), not on every turn.
+    struct ItemMessages
+    {
+        const char *text = nullptr;
+        QByteArray plain;
+        QByteArray highlighted;
+    };
+    ItemMessages _item_messages[std::size(main_menu_items)];
 };
 
 #endif // PAGE_MAIN_H

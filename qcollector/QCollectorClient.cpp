@@ -29,16 +29,19 @@ void QCollectorClient::data()
         char word[4];
         _socket->read(word, sizeof word);
         const quint32 length = qFromBigEndian<quint32>(word);
-        // The length word is not trusted with an allocation: only what is there is read.
-        const QByteArray record = _socket->read(qMin<qint64>(length, _socket->bytesAvailable()));
         if (length != quint32(CollectorMsg::WireSize)) {
+            // The length word is not trusted with an allocation: only what is there is consumed.
+            _socket->skip(qMin<qint64>(length, _socket->bytesAvailable()));
             // The collector only sends 16-byte records, so no attempt is made to resynchronise.
             qCritical() << "wrong collector message size" << length
                         << "../qcollector/QCollectorClient" << 50;
             return;
         }
+        // A whole frame is buffered, so the record is all there.
+        char record[CollectorMsg::WireSize];
+        _socket->read(record, sizeof record);
         CollectorMsg msg;
-        msg.unpack(record.constData(), int(record.size()));
+        msg.unpack(record, sizeof record);
         emit new_msg(msg);
     }
 }
