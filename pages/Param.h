@@ -61,7 +61,7 @@ public:
 private:
     int _fields[4] = {0, 0, 0, 0};
     int _current_field = -1;
-    int _spare = 0; // kept from the editor family; no editor reads it
+    [[maybe_unused]] int _spare = 0; // kept from the editor family; no editor reads it
 };
 
 #endif // PARAM_H
