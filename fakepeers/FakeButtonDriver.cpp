@@ -1,5 +1,8 @@
 #include "FakeButtonDriver.h"
 
+#include "pages/ButtonLevelFile.h"
+#include "panel/RuntimeEnv.h"
+
 #include <QTcpSocket>
 #include <QtEndian>
 
@@ -49,6 +52,7 @@ void FakeButtonDriver::readClient(QTcpSocket *client)
         if (length > MaxMessageSize) {
             ++_malformed;
             dropClient(client);
+            emit frameRefused(length);
             return;
         }
         if (quint32(buffer.size()) < 4 + length)
@@ -58,10 +62,26 @@ void FakeButtonDriver::readClient(QTcpSocket *client)
         buffer.remove(0, int(4 + length));
         message.decoded = buttondriver::decodeCommand(message.message, &message.command);
         if (message.decoded)
-            _panel.apply(message.command);
+            message.applied = _panel.apply(message.command);
         else
             ++_malformed;
+        if (message.applied && message.command.code == buttondriver::KVB_CODE_CMD10 && _readsLevelFile)
+            readLevelFile();
         _received.append(message);
         emit messageReceived(message);
     }
+}
+
+void FakeButtonDriver::readLevelFile()
+{
+    if (runtimeenv::root().isEmpty())
+        return;
+    std::vector<QString> values(2); // lcd (key lights), scr (TFT)
+    if (!readButtonlevelFile(values))
+        return;
+    bool tftOk = false;
+    bool keysOk = false;
+    const int tft = values[1].toInt(&tftOk);
+    const int keys = values[0].toInt(&keysOk);
+    _panel.setLevels(tftOk ? tft : -1, keysOk ? keys : -1);
 }

@@ -23,6 +23,7 @@ public:
     {
         QByteArray message;                   // as framed, without the length word
         bool decoded = false;                 // false: unknown code or wrong size
+        bool applied = false;                 // false: the panel model refused it
         buttondriver::DecodedCommand command; // valid when decoded
     };
 
@@ -40,8 +41,18 @@ public:
     // Forgets the messages (the panel model stays).
     void clearLog();
 
+    // On each level update (code 10) the model takes the TFT and key-light
+    // levels from the button-level file, as the driver does. The file is the
+    // one under PANEL_SETUP_ROOT; without a root nothing is read, so the
+    // host's file is never touched.
+    void setReadsLevelFile(bool reads) { _readsLevelFile = reads; }
+    // Reads the levels now (same rule), for the panel's state before any update.
+    void readLevelFile();
+
 signals:
     void messageReceived(const FakeButtonDriver::Received &message);
+    // A connection was dropped for a length word no command can have.
+    void frameRefused(quint32 length);
 
 protected:
     void clientAccepted(QTcpSocket *client) override;
@@ -54,6 +65,7 @@ private:
     PanelModel _panel;
     QList<Received> _received;
     int _malformed = 0;
+    bool _readsLevelFile = false;
 };
 
 #endif // FAKEBUTTONDRIVER_H

@@ -24,56 +24,62 @@ size_t wordsNeeded(quint32 code)
 
 } // namespace
 
-void PanelModel::apply(const DecodedCommand &command)
+bool PanelModel::apply(const DecodedCommand &command)
 {
     const std::vector<qint32> &w = command.words;
     if (w.size() < wordsNeeded(command.code))
-        return;
+        return false;
     switch (command.code) {
     case buttondriver::KVB_CODE_DRAWTEXT: { // screen, line, inverted, length
         const TextLine line{command.text(), w.at(2) != 0};
-        if (w.at(0) == -1) {
-            for (int screen = 0; screen < Screens; ++screen)
-                drawText(screen, w.at(1), line);
-        } else {
-            drawText(w.at(0), w.at(1), line);
-        }
-        break;
+        if (w.at(0) != -1)
+            return drawText(w.at(0), w.at(1), line);
+        for (int screen = 0; screen < Screens; ++screen)
+            drawText(screen, w.at(1), line);
+        return true;
     }
     case buttondriver::KVB_CODE_CLEARSCREEN:
-        if (w.at(0) == -1) {
-            for (int screen = 0; screen < Screens; ++screen)
-                clear(screen);
-        } else {
-            clear(w.at(0));
-        }
-        break;
+        if (w.at(0) != -1)
+            return clear(w.at(0));
+        for (int screen = 0; screen < Screens; ++screen)
+            clear(screen);
+        return true;
     case buttondriver::KVB_CODE_BUTTONLEDS: { // button, level1, level2
         const KeyLight light{w.at(1), w.at(2)};
         if (w.at(0) == -1)
             _keys.fill(light);
         else if (w.at(0) >= 0 && w.at(0) < Keys)
             _keys[w.at(0)] = light;
-        break;
+        else
+            return false;
+        return true;
     }
     case buttondriver::KVB_CODE_DRAWTEXTAT: // screen, row, column, width, colour, bg, length
-        if (validScreen(w.at(0)))
-            _screens[w.at(0)].overlays.append(Overlay{w.at(1), w.at(2), w.at(3), command.text(),
-                                                      quint32(w.at(4)), quint32(w.at(5))});
-        break;
+        if (!validScreen(w.at(0)))
+            return false;
+        _screens[w.at(0)].overlays.append(Overlay{w.at(1), w.at(2), w.at(3), command.text(),
+                                                  quint32(w.at(4)), quint32(w.at(5))});
+        return true;
     case buttondriver::KVB_CODE_SETLED2: // LEDs 0 and 1 of the table
-        if (w.at(0) == 0 || w.at(0) == 1)
-            _leds[w.at(0)] = w.at(1);
-        break;
+        if (w.at(0) != 0 && w.at(0) != 1)
+            return false;
+        _leds[w.at(0)] = w.at(1);
+        return true;
     case buttondriver::KVB_CODE_SETLED: // hardware 2, 1, 0 are table entries 2, 3, 4
-        if (w.at(0) >= 0 && w.at(0) <= 2)
-            _leds[4 - w.at(0)] = w.at(1);
-        break;
+        if (w.at(0) < 0 || w.at(0) > 2)
+            return false;
+        _leds[4 - w.at(0)] = w.at(1);
+        return true;
     case buttondriver::KVB_CODE_CMD10:
         ++_levelUpdates;
-        break;
+        return true;
+    case buttondriver::KVB_CODE_BLOCK:
+    case buttondriver::KVB_CODE_CMD7:
+    case buttondriver::KVB_CODE_BLOCKLIST:
+    case buttondriver::KVB_CODE_DRAWTFTIMAGE:
+        return true;
     default:
-        break;
+        return false;
     }
 }
 
@@ -82,10 +88,10 @@ void PanelModel::reset()
     *this = PanelModel();
 }
 
-void PanelModel::drawText(int screen, int row, const TextLine &line)
+bool PanelModel::drawText(int screen, int row, const TextLine &line)
 {
     if (!validScreen(screen))
-        return;
+        return false;
     Screen &s = _screens[screen];
     s.lines[row] = line;
     // A new line covers whatever was painted over the old one.
@@ -93,12 +99,21 @@ void PanelModel::drawText(int screen, int row, const TextLine &line)
         if (s.overlays.at(i).row == row)
             s.overlays.removeAt(i);
     }
+    return true;
 }
 
-void PanelModel::clear(int screen)
+bool PanelModel::clear(int screen)
 {
-    if (validScreen(screen))
-        _screens[screen] = Screen();
+    if (!validScreen(screen))
+        return false;
+    _screens[screen] = Screen();
+    return true;
+}
+
+void PanelModel::setLevels(qint32 tft, qint32 keyLights)
+{
+    _tftLevel = tft;
+    _keyLightLevel = keyLights;
 }
 
 QMap<int, PanelModel::TextLine> PanelModel::lines(int screen) const

@@ -12,7 +12,8 @@
 
 // What the panel would show after the button-driver commands seen so far:
 // three TFT screens of text lines, the text painted at a column over them,
-// the key lights, the five status LEDs and the number of level updates.
+// the key lights, the five status LEDs, the number of level updates and the
+// TFT and key-light levels last applied.
 class PanelModel
 {
 public:
@@ -44,8 +45,9 @@ public:
     };
 
     // Applies one command; unknown codes and out-of-range screens, keys or
-    // LEDs change nothing.
-    void apply(const buttondriver::DecodedCommand &command);
+    // LEDs change nothing and give false. Codes that do not change what the
+    // panel shows (blocks, images, code 7) give true.
+    bool apply(const buttondriver::DecodedCommand &command);
     void reset();
 
     // The rows drawn on a screen since its last clear (row -> line).
@@ -61,6 +63,12 @@ public:
     qint32 statusLed(int index) const;
     int levelUpdates() const { return _levelUpdates; }
 
+    // Brightness in percent as the driver applies it on a level update
+    // (code 10); -1 before any.
+    void setLevels(qint32 tft, qint32 keyLights);
+    qint32 tftLevel() const { return _tftLevel; }
+    qint32 keyLightLevel() const { return _keyLightLevel; }
+
 private:
     struct Screen
     {
@@ -69,13 +77,15 @@ private:
     };
 
     static bool validScreen(int screen) { return screen >= 0 && screen < Screens; }
-    void drawText(int screen, int row, const TextLine &line);
-    void clear(int screen);
+    bool drawText(int screen, int row, const TextLine &line);
+    bool clear(int screen);
 
     std::array<Screen, Screens> _screens;
     std::array<KeyLight, Keys> _keys{};
     std::array<qint32, StatusLeds> _leds{{-1, -1, -1, -1, -1}};
     int _levelUpdates = 0;
+    qint32 _tftLevel = -1;
+    qint32 _keyLightLevel = -1;
 };
 
 #endif // PANELMODEL_H

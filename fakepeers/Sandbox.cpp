@@ -1,6 +1,7 @@
 #include "Sandbox.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 
@@ -29,15 +30,25 @@ QString shellQuoted(const QString &text)
 
 Sandbox::Sandbox(const QString &rootPath)
 {
+    _valid = openRoot(rootPath) && populate();
+}
+
+Sandbox::Sandbox(const QString &rootPath, const QString &templateDir, bool keepFiles)
+{
+    _valid = openRoot(rootPath) && copyTemplate(templateDir, keepFiles);
+}
+
+bool Sandbox::openRoot(const QString &rootPath)
+{
     if (rootPath.isEmpty()) {
         _temporary = std::make_unique<QTemporaryDir>();
         if (!_temporary->isValid())
-            return;
+            return false;
         _root = _temporary->path();
     } else {
         _root = QFileInfo(rootPath).absoluteFilePath();
     }
-    _valid = !_root.contains(QLatin1Char('\'')) && populate();
+    return !_root.contains(QLatin1Char('\''));
 }
 
 Sandbox::~Sandbox() = default;
@@ -57,14 +68,19 @@ QString Sandbox::callLogPath() const
     return _root + QStringLiteral("/calls.log");
 }
 
-bool Sandbox::populate()
+bool Sandbox::makeDirectories()
 {
     for (const char *dir : {"/etc/kd5820m", "/etc/network", "/etc/init.d", "/opt/kd5820m/fonts",
                             "/mnt/flashdisk/etc/network", "/tmp", "/bin"}) {
         if (!QDir().mkpath(hostPath(QLatin1String(dir))))
             return false;
     }
-    if (!QDir().mkpath(binDir()))
+    return QDir().mkpath(binDir());
+}
+
+bool Sandbox::populate()
+{
+    if (!makeDirectories())
         return false;
     bool ok = writeFile("/etc/kd5820m/launcher.cfg", DefaultLauncherConfig)
               && writeFile("/etc/kd5820m/buttonlevel", DefaultButtonLevel)
@@ -78,6 +94,31 @@ bool Sandbox::populate()
     removeFile(StartFlagPath);
     clearCalls();
     return ok;
+}
+
+bool Sandbox::copyTemplate(const QString &templateDir, bool keepFiles)
+{
+    const QDir source(templateDir);
+    if (templateDir.isEmpty() || !source.exists() || !makeDirectories())
+        return false;
+    QDirIterator it(source.absolutePath(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString from = it.next();
+        const QString to = hostPath(QLatin1Char('/') + source.relativeFilePath(from));
+        if (keepFiles && QFileInfo::exists(to))
+            continue;
+        // QFile::copy keeps the permissions but never overwrites.
+        QFile::remove(to);
+        if (!QDir().mkpath(QFileInfo(to).absolutePath()) || !QFile::copy(from, to))
+            return false;
+    }
+    if (!addPathStub("reboot") || !addPathStub("poweroff") || !addPathStub("setup_script"))
+        return false;
+    if (!keepFiles) {
+        removeFile(StartFlagPath);
+        clearCalls();
+    }
+    return true;
 }
 
 bool Sandbox::writeFile(const QString &devicePath, const QByteArray &content, bool executable)

@@ -18,12 +18,20 @@
 // plus a directory of stub commands for PATH: reboot, poweroff and
 // setup_script. Every stub only appends "<name> <arguments>" as one line to
 // the call log in the root, so nothing of the host is ever touched.
+// The tree can also come from a template directory (panel-sim keeps one in
+// the repository); its stubs log the same way.
 class Sandbox
 {
 public:
     // rootPath empty: a temporary directory removed with the sandbox.
     // Otherwise the tree is (re)created in rootPath and kept.
     explicit Sandbox(const QString &rootPath = QString());
+    // The tree copied from templateDir (executable bits kept) instead of the
+    // built-in one, plus the directories and PATH stubs above; rootPath as
+    // above. With keepFiles
+    // the files rootPath already holds stay as they are, the start flag and the
+    // call log included: a sandbox reused from an earlier run.
+    Sandbox(const QString &rootPath, const QString &templateDir, bool keepFiles);
     ~Sandbox();
     Sandbox(const Sandbox &) = delete;
     Sandbox &operator=(const Sandbox &) = delete;
@@ -64,7 +72,10 @@ public:
     static const QString MainAppScriptPath;
 
 private:
+    bool openRoot(const QString &rootPath);
+    bool makeDirectories();
     bool populate();
+    bool copyTemplate(const QString &templateDir, bool keepFiles);
 
     std::unique_ptr<QTemporaryDir> _temporary;
     QString _root;

@@ -12,14 +12,8 @@
 #include <vector>
 
 // A PageCallback for page tests: it records, in order, everything a page asks
-// of the controller, and decodes each command into a readable line:
-//   "text <screen> <line> <inverted> <text>"         code 15
-//   "clear <screen>"                                 code 16
-//   "leds <button> <level1> <level2>"                code 17
-//   "textat <screen> <pos> <col> <width> 0x<colour hex> <bg> <text>"   code 18
-//   "led <n> <v>" (code 21), "led2 <n> <v>" (code 22), "cmd10" (code 10)
-//   "code<N> <words...>" for the other codes
-//   "undecodable <hex>" for a message decodeCommand rejects.
+// of the controller, and decodes each command into a readable line (the form
+// of describeCommand(): "text 0 3 1 EXIT", "clear 2", "undecodable <hex>" ...).
 // The journal adds the call boundaries: a pcb_send_messages call is the line
 // "batch <n>" followed by its n command lines; a pcb_send_message call is its
 // command line alone. Other calls are "exit_setup", "save_network_settings",

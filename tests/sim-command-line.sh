@@ -1,0 +1,93 @@
+#!/bin/sh
+# panel-sim's command line: a script from stdin, an unmet expectation, script
+# errors, the sandbox root made afresh or reused, and a daemon started by hand
+# against --listen-only. Usage: sim-command-line.sh PANEL_SIM PANEL_SETUP
+set -eu
+sim=$1
+daemon=$2
+work=$(mktemp -d)
+daemon_pid=""
+cleanup() {
+    [ -z "$daemon_pid" ] || kill "$daemon_pid" 2>/dev/null || true
+    rm -rf "$work"
+}
+trap cleanup EXIT INT TERM
+
+fail() {
+    echo "FAILED: $1"
+    [ ! -f "$work/out" ] || sed 's/^/  | /' "$work/out"
+    exit 1
+}
+# run EXPECTED_STATUS SCRIPT_TEXT [panel-sim options]: the script comes on stdin.
+run() {
+    expected=$1
+    script=$2
+    shift 2
+    status=0
+    printf '%b' "$script" | "$sim" --script - "$@" >"$work/out" 2>&1 || status=$?
+    [ "$status" = "$expected" ] || fail "exit status $status, not $expected, for: $script"
+}
+has() {
+    grep -qF -- "$1" "$work/out" || fail "no line with: $1"
+}
+
+# An unmet expectation: status 1, the line, what is there, the whole panel.
+run 1 'write /mnt/flashdisk/etc/network/start_setup_program ""\nexpect line 0 0 "SETUP" highlighted\nexpect line 0 1 "NOPE" within 300ms\n'
+has '-:3: FAILED: expect line 0 1 "NOPE" within 300ms'
+has 'not met within 0.3 s: line 0 1 is "TESTING" plain'
+has 'The panel shows:'
+has 'line 0 0 "SETUP" highlighted'
+has 'calls: none'
+has 'The end of the daemon'"'"'s log'
+echo "ok: unmet expectation"
+
+# Script errors stop before anything runs: status 2 and the line.
+run 2 'tap 30\n'
+has '-:1: a key is 0 to 29, select, back, act1 or act2: 30'
+run 2 '\n# fine\nfly away\n'
+has '-:3: unknown command fly'
+run 2 'expect line 0 0 SETUP\n'
+has 'expect line SCREEN ROW "TEXT" [highlighted|plain]'
+run 2 'write ../etc/passwd "x"\n'
+has 'write /PATH "CONTENT"'
+run 2 'expect line 0 0 "open\n'
+has 'a text without its closing "'
+echo "ok: script errors"
+
+# A daemon that is not there.
+run 1 'start\n' --daemon "$work/no-such-daemon"
+has "no daemon at $work/no-such-daemon"
+echo "ok: missing daemon"
+
+# The root: refused when it holds something else; made afresh; or reused.
+mkdir -p "$work/other" && echo keep >"$work/other/file"
+run 2 'dump\n' --root "$work/other"
+has 'holds no sandbox of an earlier run'
+[ -f "$work/other/file" ] || fail "a foreign directory was touched"
+run 0 'write /etc/marker "1"\nexpect calls\n' --root "$work/root"
+run 0 'expect file /etc/marker "1"\n' --root "$work/root" --reuse
+run 0 'expect file /etc/marker missing\nexpect file /etc/network/interfaces contains "192.168.1.10"\n' --root "$work/root"
+run 2 'dump\n' --reuse
+has '--reuse needs --root DIR'
+echo "ok: sandbox root"
+
+# --listen-only: the daemon is started by hand with what panel-sim prints.
+printf 'write /mnt/flashdisk/etc/network/start_setup_program ""\nstart\nexpect line 0 0 "SETUP" highlighted within 10s\nturn menu +1\nexpect line 0 1 "TESTING" highlighted\n' \
+    >"$work/listen.sim"
+"$sim" --listen-only --root "$work/listen" --script "$work/listen.sim" >"$work/out" 2>&1 &
+sim_pid=$!
+tries=50
+while ! grep -q "waiting for a daemon started by hand" "$work/out" && [ $tries -gt 0 ]; do
+    sleep 0.1
+    tries=$((tries - 1))
+done
+line=$(grep "waiting for a daemon started by hand" "$work/out") || fail "no waiting line"
+env_words=$(echo "$line" | sed 's/.*started by hand with //')
+(eval "exec env $env_words '$daemon'" >"$work/daemon.out" 2>&1) &
+daemon_pid=$!
+status=0
+wait "$sim_pid" || status=$?
+[ "$status" = 0 ] || fail "listen-only run ended with $status"
+kill "$daemon_pid" 2>/dev/null || true
+daemon_pid=""
+echo "ok: listen-only"
