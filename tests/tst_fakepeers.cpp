@@ -1,10 +1,12 @@
 // The fake peers and the sandbox that the end-to-end tests stand on.
+#include "CommandText.h"
 #include "FakeButtonDriver.h"
 #include "FakeCollector.h"
 #include "PanelModel.h"
 #include "Sandbox.h"
 #include "buttondriver/KVB_Messages.h"
 
+#include <QFile>
 #include <QProcess>
 #include <QTcpSocket>
 #include <QtEndian>
@@ -31,7 +33,34 @@ private:
         return frame + message;
     }
 
+    // True when the message decodes and the model takes it.
+    static bool applies(PanelModel &model, const QByteArray &message)
+    {
+        DecodedCommand command;
+        return decodeCommand(message, &command) && model.apply(command);
+    }
+
+    static void writeTemplateFile(const QString &path, const QByteArray &content, bool executable = false)
+    {
+        QVERIFY(QDir().mkpath(QFileInfo(path).absolutePath()));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(content), content.size());
+        file.close();
+        if (executable)
+            QVERIFY(file.setPermissions(file.permissions() | QFile::ExeOwner));
+    }
+
+    // The button-level file is read under PANEL_SETUP_ROOT, fixed at first use.
+    QTemporaryDir _levelRoot;
+
 private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(_levelRoot.isValid());
+        qputenv("PANEL_SETUP_ROOT", QFile::encodeName(_levelRoot.path()));
+    }
+
     void modelTextLinesAndClears()
     {
         PanelModel model;
@@ -124,6 +153,99 @@ private Q_SLOTS:
         QVERIFY(model.lines(0).isEmpty());
     }
 
+    void modelTellsWhatItRefused()
+    {
+        PanelModel model;
+        QVERIFY(applies(model, KVB_DrawText(2, 0, "x", 0)));
+        QVERIFY(applies(model, KVB_DrawText(-1, 1, "y", 1)));
+        QVERIFY(applies(model, KVB_ClearScreen(-1)));
+        QVERIFY(applies(model, KVB_ButtonLeds(29, 1, 0)));
+        QVERIFY(applies(model, KVB_DrawTextAt(0, 0, 4, 3, "168", 0xFFFFFF, 0)));
+        QVERIFY(applies(model, KVB_SetLed(2, 1)));
+        QVERIFY(applies(model, KVB_SetLed2(1, 1)));
+        QVERIFY(applies(model, KVB_Cmd10()));
+        // Nothing to show, but a command the panel takes.
+        QVERIFY(applies(model, KVB_DrawTFTImage(1, 2, 3, 2, "ab")));
+        QVERIFY(applies(model, KVB_BlockList(1, {4, 5}, 2, 3)));
+
+        QVERIFY(!applies(model, KVB_DrawText(3, 0, "x", 0)));
+        QVERIFY(!applies(model, KVB_DrawText(-2, 0, "x", 0)));
+        QVERIFY(!applies(model, KVB_ClearScreen(5)));
+        QVERIFY(!applies(model, KVB_ButtonLeds(30, 1, 0)));
+        QVERIFY(!applies(model, KVB_DrawTextAt(3, 0, 0, 3, "x", 0, 0)));
+        QVERIFY(!applies(model, KVB_SetLed(3, 1)));
+        QVERIFY(!applies(model, KVB_SetLed2(2, 1)));
+        DecodedCommand unknown;
+        unknown.code = 99;
+        unknown.words = {1, 2, 3};
+        QVERIFY(!model.apply(unknown));
+        QCOMPARE(model.keyLight(29).level1, 1);
+        QCOMPARE(model.statusLed(2), 1);
+        QCOMPARE(model.statusLed(1), 1);
+    }
+
+    void modelLevels()
+    {
+        PanelModel model;
+        QCOMPARE(model.tftLevel(), -1);
+        QCOMPARE(model.keyLightLevel(), -1);
+        model.setLevels(40, 70);
+        QCOMPARE(model.tftLevel(), 40);
+        QCOMPARE(model.keyLightLevel(), 70);
+        model.reset();
+        QCOMPARE(model.tftLevel(), -1);
+    }
+
+    void commandsAsText()
+    {
+        QCOMPARE(describeCommand(KVB_DrawText(0, 3, "EXIT", 1)), QString("text 0 3 1 EXIT"));
+        QCOMPARE(describeCommand(KVB_DrawText(-1, 2, "", 0)), QString("text -1 2 0 "));
+        QCOMPARE(describeCommand(KVB_ClearScreen(-1)), QString("clear -1"));
+        QCOMPARE(describeCommand(KVB_ButtonLeds(-1, -1, 200)), QString("leds -1 -1 200"));
+        QCOMPARE(describeCommand(KVB_DrawTextAt(2, 0, 4, 3, "168", 0xFFFFFF, 0)),
+                 QString("textat 2 0 4 3 0xffffff 0 168"));
+        QCOMPARE(describeCommand(KVB_SetLed(1, 0)), QString("led 1 0"));
+        QCOMPARE(describeCommand(KVB_SetLed2(0, 1)), QString("led2 0 1"));
+        QCOMPARE(describeCommand(KVB_Cmd10()), QString("cmd10"));
+        QCOMPARE(describeCommand(KVB_BlockList(7, {4}, 8, 9)), QString("code13 7 0 9 8 1 4"));
+        QCOMPARE(describeCommand(QByteArray::fromHex("0000006300")), QString("undecodable 0000006300"));
+    }
+
+    void driverReadsTheLevelFileOnAnUpdate()
+    {
+        QFile::remove(_levelRoot.path() + "/etc/kd5820m/buttonlevel");
+        FakeButtonDriver driver;
+        QVERIFY(driver.start());
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, driver.port());
+        QVERIFY(socket.waitForConnected(2000));
+        QTRY_COMPARE(driver.clientCount(), 1);
+
+        // Off by default: an update is counted, no level read.
+        writeTemplateFile(_levelRoot.path() + "/etc/kd5820m/buttonlevel", "lcd 70\nscr 40\n");
+        socket.write(framed(KVB_Cmd10()));
+        QTRY_COMPARE(driver.panel().levelUpdates(), 1);
+        QCOMPARE(driver.panel().tftLevel(), -1);
+
+        driver.setReadsLevelFile(true);
+        socket.write(framed(KVB_Cmd10()));
+        QTRY_COMPARE(driver.panel().levelUpdates(), 2);
+        QCOMPARE(driver.panel().tftLevel(), 40);
+        QCOMPARE(driver.panel().keyLightLevel(), 70);
+
+        // A value that is no number gives no level.
+        writeTemplateFile(_levelRoot.path() + "/etc/kd5820m/buttonlevel", "scr dim\nlcd 5\n");
+        socket.write(framed(KVB_Cmd10()));
+        QTRY_COMPARE(driver.panel().levelUpdates(), 3);
+        QCOMPARE(driver.panel().tftLevel(), -1);
+        QCOMPARE(driver.panel().keyLightLevel(), 5);
+        // Other commands leave the levels alone.
+        socket.write(framed(KVB_ClearScreen(0)));
+        QTRY_COMPARE(driver.messageCount(), 4);
+        QVERIFY(driver.received().last().applied);
+        QCOMPARE(driver.panel().keyLightLevel(), 5);
+    }
+
     void driverCutsFramesAndCountsMalformed()
     {
         FakeButtonDriver driver;
@@ -149,10 +271,16 @@ private Q_SLOTS:
         QCOMPARE(driver.panel().text(1, 0), QString("SETUP"));
         QCOMPARE(driver.messages(1).size(), 2);
 
+        QVERIFY(driver.received().at(0).applied);
+        QVERIFY(!driver.received().at(2).applied);
+
         // A length no command can have ends the connection.
+        QSignalSpy refused(&driver, &FakeButtonDriver::frameRefused);
         socket.write(QByteArray::fromHex("ffffffff00"));
         socket.flush();
         QTRY_COMPARE(driver.malformedCount(), 2);
+        QCOMPARE(refused.size(), 1);
+        QCOMPARE(refused.first().first().value<quint32>(), 0xFFFFFFFFu);
         QTRY_COMPARE(driver.clientCount(), 0);
         QCOMPARE(driver.messageCount(), 3);
 
@@ -233,6 +361,70 @@ private Q_SLOTS:
         QVERIFY(QFileInfo::exists(dir.path() + Sandbox::StartFlagPath));
         Sandbox again(dir.path());
         QVERIFY(!again.exists(Sandbox::StartFlagPath));
+    }
+
+    void sandboxFromATemplate()
+    {
+        QTemporaryDir source;
+        const QString tmpl = source.path() + "/template";
+        writeTemplateFile(tmpl + "/etc/kd5820m/launcher.cfg", "[setup]\nbutton1=3\nbutton2=4\n");
+        writeTemplateFile(tmpl + "/opt/kd5820m/fonts/7x14.pcf.gz", QByteArray());
+        writeTemplateFile(tmpl + "/bin/sync", "#!/bin/sh\necho \"sync $*\" >> \"$PANEL_SETUP_ROOT/calls.log\"\n", true);
+        writeTemplateFile(tmpl + "/etc/.hidden", "h");
+        writeTemplateFile(tmpl + Sandbox::StartFlagPath, QByteArray());
+
+        const QString root = source.path() + "/root";
+        {
+            Sandbox sandbox(root, tmpl, false);
+            QVERIFY(sandbox.isValid());
+            QCOMPARE(sandbox.root(), root);
+            QCOMPARE(sandbox.readFile("/etc/kd5820m/launcher.cfg"), QByteArray("[setup]\nbutton1=3\nbutton2=4\n"));
+            QVERIFY(sandbox.exists("/opt/kd5820m/fonts/7x14.pcf.gz"));
+            QCOMPARE(sandbox.readFile("/etc/.hidden"), QByteArray("h"));
+            // Nothing of the built-in tree, but its directories; a fresh start has no flag.
+            QVERIFY(!sandbox.exists("/etc/network/interfaces"));
+            QVERIFY(QFileInfo(sandbox.hostPath("/tmp")).isDir());
+            QVERIFY(!sandbox.exists(Sandbox::StartFlagPath));
+            QVERIFY(QFileInfo(sandbox.hostPath("/bin/sync")).isExecutable());
+
+            QProcess shell;
+            shell.setProcessEnvironment(sandbox.environment(1, 2));
+            shell.start("/bin/sh", {"-c", "reboot -n; setup_script exit; \"$PANEL_SETUP_ROOT/bin/sync\""});
+            QVERIFY(shell.waitForFinished(5000));
+            QCOMPARE(sandbox.calls(), QStringList({"reboot -n", "setup_script exit", "sync"}));
+
+            QVERIFY(sandbox.writeFile("/etc/kd5820m/launcher.cfg", "changed"));
+            QVERIFY(sandbox.writeFile(Sandbox::StartFlagPath, QByteArray()));
+            QVERIFY(sandbox.removeFile("/etc/.hidden"));
+        }
+        // Reused: what the run left stays, what is missing comes back.
+        {
+            Sandbox sandbox(root, tmpl, true);
+            QVERIFY(sandbox.isValid());
+            QCOMPARE(sandbox.readFile("/etc/kd5820m/launcher.cfg"), QByteArray("changed"));
+            QVERIFY(sandbox.exists(Sandbox::StartFlagPath));
+            QCOMPARE(sandbox.calls().size(), 3);
+            QCOMPARE(sandbox.readFile("/etc/.hidden"), QByteArray("h"));
+        }
+        // Fresh again: the template's files replace the changed ones.
+        {
+            Sandbox sandbox(root, tmpl, false);
+            QVERIFY(sandbox.isValid());
+            QCOMPARE(sandbox.readFile("/etc/kd5820m/launcher.cfg"), QByteArray("[setup]\nbutton1=3\nbutton2=4\n"));
+            QVERIFY(sandbox.calls().isEmpty());
+        }
+        // A temporary root, removed with the sandbox.
+        QString temporary;
+        {
+            Sandbox sandbox(QString(), tmpl, false);
+            QVERIFY(sandbox.isValid());
+            temporary = sandbox.root();
+            QVERIFY(sandbox.exists("/opt/kd5820m/fonts/7x14.pcf.gz"));
+        }
+        QVERIFY(!QFileInfo::exists(temporary));
+
+        QVERIFY(!Sandbox(root, source.path() + "/no-such-template", false).isValid());
+        QVERIFY(!Sandbox(root, QString(), false).isValid());
     }
 };
 
