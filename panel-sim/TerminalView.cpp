@@ -274,20 +274,22 @@ QStringList TerminalView::screenLines() const
 {
     const PanelModel &model = _panel.panel();
     const QString dim = dimming(model.tftLevel());
-    QStringList lines;
-    QString top;
-    QString bottom;
+    const QString level = model.tftLevel() < 0 ? QStringLiteral("?") : QStringLiteral("%1%").arg(model.tftLevel());
+    // The boxes side by side, one blank apart; nothing after the last, which
+    // may end in the terminal's last column.
+    QStringList top;
+    QStringList bottom;
     for (int screen = 0; screen < PanelModel::Screens; ++screen) {
-        const QString level = model.tftLevel() < 0 ? QStringLiteral("?") : QStringLiteral("%1%").arg(model.tftLevel());
-        top += QStringLiteral("+- TFT %1 %2 ").arg(screen).arg(level).leftJustified(BoxWidth - 1, QLatin1Char('-'))
-               + QLatin1Char('+') + QLatin1Char(' ');
-        bottom += QStringLiteral("+%1+ ").arg(QString(BoxWidth - 2, QLatin1Char('-')));
+        top << QStringLiteral("+- TFT %1 %2 ").arg(screen).arg(level).leftJustified(BoxWidth - 1, QLatin1Char('-'))
+                   + QLatin1Char('+');
+        bottom << QLatin1Char('+') + QString(BoxWidth - 2, QLatin1Char('-')) + QLatin1Char('+');
     }
-    lines << top;
+    QStringList lines;
+    lines << top.join(QLatin1Char(' '));
     for (int row = 0; row < paneltext::ScreenRows; ++row) {
-        QString line;
+        QStringList boxes;
         for (int screen = 0; screen < PanelModel::Screens; ++screen) {
-            line += QLatin1Char('|');
+            QString box = QStringLiteral("|");
             QString current;
             for (const paneltext::Cell &cell : paneltext::screenRow(model, screen, row)) {
                 QString codes = dim;
@@ -296,16 +298,16 @@ QStringList TerminalView::screenLines() const
                 if (cell.marked)
                     codes = join(codes, QStringLiteral("1;4"));
                 if (codes != current) {
-                    line += sgr(codes);
+                    box += sgr(codes);
                     current = codes;
                 }
-                line += cell.ch;
+                box += cell.ch;
             }
-            line += QString::fromLatin1(Reset) + QStringLiteral("| ");
+            boxes << box + QString::fromLatin1(Reset) + QLatin1Char('|');
         }
-        lines << line;
+        lines << boxes.join(QLatin1Char(' '));
     }
-    lines << bottom;
+    lines << bottom.join(QLatin1Char(' '));
     return lines;
 }
 
