@@ -222,15 +222,20 @@ IdleResult printIdle(const char *label, const std::vector<TaskSample> &before,
     return total;
 }
 
-// A trial of the rate search: every command in order, and no queue building
-// up (p99 under 10 ms).
+// A trial of the rate search: every command in order, and no queue: the
+// typical event waits for none before it (p50 under 1 ms) and nothing is left
+// to drain when the sending stops (last command within 20 ms of the last
+// send). A target that is short of the rate by 1 % ends a 2 s trial 20 ms
+// behind. Tail latencies are not the test: on a shared machine other
+// processes' time slices reach them at any rate.
 bool sustains(Link &link, double rate, double seconds, PhaseResult *result)
 {
     PhaseSpec spec;
     spec.events = std::max(1, int(rate * seconds));
     spec.rate = rate;
     *result = link.run(spec);
-    return result->clean() && percentile(result->latencyUs, 99) <= 10000;
+    return result->clean() && percentile(result->latencyUs, 50) <= 1000
+           && result->seconds - result->sendSeconds <= 0.020;
 }
 
 // Doubles from 5000/s until a rate fails, then halves the gap five times.
@@ -241,8 +246,9 @@ double highestSustainedRate(Target &target, double seconds)
     auto trial = [&](double rate) {
         PhaseResult r;
         const bool ok = sustains(*target.link, rate, seconds, &r);
-        printf("    %-8s %8.0f/s  %s  p99 %8.1f us  cpu/ev %6.2f us%s\n", target.name, rate, ok ? "kept up " : "fell behind",
-               percentile(r.latencyUs, 99), double(r.cpuNs) / 1000.0 / std::max(1, r.events),
+        printf("    %-8s %8.0f/s  %-11s  p50 %8.1f  p99 %8.1f us  drain %6.1f ms  cpu/ev %6.2f us%s\n", target.name,
+               rate, ok ? "kept up" : "fell behind", percentile(r.latencyUs, 50), percentile(r.latencyUs, 99),
+               (r.seconds - r.sendSeconds) * 1000, double(r.cpuNs) / 1000.0 / std::max(1, r.events),
                r.clean() ? "" : "  (lost or misordered commands)");
         fflush(stdout);
         note(target.name, r);
@@ -378,7 +384,7 @@ int main(int argc, char *argv[])
         closed.events = o.warmupEvents;
         note(t->name, t->link->run(closed));
     }
-    constexpr int Chunks = 4;
+    constexpr int Chunks = 10;
     PhaseResult closedResults[2];
     for (int chunk = 0; chunk < Chunks; ++chunk) {
         closed.events = o.closedEvents / Chunks + (chunk < o.closedEvents % Chunks ? 1 : 0);
@@ -435,7 +441,8 @@ int main(int argc, char *argv[])
 
     double highest[2] = {0, 0};
     if (o.search) {
-        printf("\nHighest sustained rate (%.1f s per trial; kept up = every command in order, p99 <= 10 ms):\n",
+        printf("\nHighest sustained rate (%.1f s per trial; kept up = every command in order, p50 <= 1 ms,"
+               " drained within 20 ms):\n",
                o.searchSeconds);
         for (int i = 0; i < 2; ++i) {
             highest[i] = highestSustainedRate(*targets[i], o.searchSeconds);
