@@ -82,7 +82,7 @@ bool TerminalView::open(QString *error)
     }
     struct termios raw = _saved;
     cfmakeraw(&raw);
-    raw.c_cc[VMIN] = 0;
+    raw.c_cc[VMIN] = 1; // a read returns what is there, 0 only at the end
     raw.c_cc[VTIME] = 0;
     if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw) != 0) {
         *error = QStringLiteral("cannot put the terminal in raw mode");
@@ -126,7 +126,7 @@ void TerminalView::readInput()
 {
     char buffer[256];
     const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
-    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) {
+    if (count == 0 || (count < 0 && errno != EINTR)) {
         emit quitRequested(); // the terminal went away
         return;
     }
@@ -254,15 +254,18 @@ QStringList TerminalView::frame() const
                                                 .arg(_panel.daemonState(), _panel.sandbox().root()),
                                             _columns);
     lines << screenLines() << statusLines();
-    const int fixed = int(lines.size()) + 2; // the status and help lines at the bottom
-    const QStringList log = _showHelp ? helpText() : logLines(qMax(1, _rows - fixed - 1));
-    for (const QString &line : log)
+    const int logRows = qMax(2, _rows - int(lines.size()) - 2);
+    for (const QString &line : _showHelp ? helpText() : logLines(logRows))
         lines << fit(line, _columns);
+    // The status and help lines are the terminal's last two, whatever its size.
+    lines = lines.mid(0, qMax(0, _rows - 2));
+    while (lines.size() < _rows - 2)
+        lines << QString();
 
     QString status = _panel.holdState();
     QString colour = QStringLiteral("1;33");
     if (status.isEmpty() && !_panel.warnings().isEmpty()) {
-        status = QStringLiteral("warning: ") + _panel.warnings().last();
+        status = QStringLiteral("warnings: %1, the last: %2").arg(_panel.warnings().size()).arg(_panel.warnings().last());
         colour = QStringLiteral("33");
     }
     lines << sgr(colour) + fit(status, _columns);
