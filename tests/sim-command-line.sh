@@ -91,3 +91,30 @@ wait "$sim_pid" || status=$?
 kill "$daemon_pid" 2>/dev/null || true
 daemon_pid=""
 echo "ok: listen-only"
+
+# Bad commands from a driver client are warnings, never a crash: an unknown
+# code, a screen that does not exist, a length no command can have.
+printf 'start\nwait 1s\ndump\nexpect calls\n' >"$work/peer.sim"
+"$sim" --listen-only --script "$work/peer.sim" >"$work/out" 2>&1 &
+sim_pid=$!
+tries=50
+while ! grep -q "waiting for a daemon started by hand" "$work/out" && [ $tries -gt 0 ]; do
+    sleep 0.1
+    tries=$((tries - 1))
+done
+ports=$(sed -n 's/.*PANEL_SETUP_COLLECTOR_PORT=\([0-9]*\) PANEL_SETUP_DRIVER_PORT=\([0-9]*\).*/\1 \2/p' "$work/out")
+[ -n "$ports" ] || fail "no ports printed"
+bash -c 'exec 3<>"/dev/tcp/127.0.0.1/$1" 4<>"/dev/tcp/127.0.0.1/$2"
+         printf "\000\000\000\010\000\000\000\143\000\000\000\000" >&4
+         printf "\000\000\000\010\000\000\000\020\000\000\000\005" >&4
+         printf "\377\377\377\377\000" >&4
+         sleep 3' sh $ports &
+peer_pid=$!
+status=0
+wait "$sim_pid" || status=$?
+kill "$peer_pid" 2>/dev/null || true
+[ "$status" = 0 ] || fail "the run with a bad peer ended with $status"
+has 'warning: unknown or malformed command (8 bytes): undecodable 0000006300000000'
+has 'warning: refused by the panel: clear 5'
+has 'warning: frame length 4294967295 is no command: connection dropped'
+echo "ok: bad commands are warnings"
