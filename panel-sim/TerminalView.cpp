@@ -170,13 +170,11 @@ void TerminalView::parseInput(bool escapeTimedOut)
         }
         const char final = _pending.at(end);
         _pending.remove(0, end + 1);
-        switch (final) {
-        case 'A': handleKey(Up); break;
-        case 'B': handleKey(Down); break;
-        case 'C': handleKey(Right); break;
-        case 'D': handleKey(Left); break;
-        default: break; // other function keys are not bound
-        }
+        if (final == 'A')
+            handleKey(Up);
+        else if (final == 'B')
+            handleKey(Down);
+        // Other cursor and function keys are not bound.
     }
 }
 

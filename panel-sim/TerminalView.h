@@ -36,7 +36,7 @@ private Q_SLOTS:
     void readInput();
 
 private:
-    enum Key { Up = 0x10000, Down, Left, Right, Escape };
+    enum Key { Up = 0x10000, Down, Escape }; // beyond every byte
 
     void parseInput(bool escapeTimedOut);
     void handleKey(int key);

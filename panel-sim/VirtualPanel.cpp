@@ -56,7 +56,8 @@ VirtualPanel::VirtualPanel(const Options &options, QObject *parent) : QObject(pa
     _pollTimer.setInterval(200);
     connect(&_pollTimer, &QTimer::timeout, this, &VirtualPanel::pollSandbox);
     _holdTimer.setSingleShot(true);
-    _holdTimer.setTimerType(Qt::PreciseTimer); // a coarse timer may end a 5.5 s hold before 5 s
+    // A coarse timer may fire 5% early, most of the margin over the daemon's 5 s.
+    _holdTimer.setTimerType(Qt::PreciseTimer);
     connect(&_holdTimer, &QTimer::timeout, this, [this] {
         for (int i = _heldKeys.size() - 1; i >= 0; --i)
             release(_heldKeys.at(i));
