@@ -16,6 +16,7 @@
 #include <QSysInfo>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <sys/prctl.h>
