@@ -3,15 +3,94 @@
 #include "panel/RuntimeEnv.h"
 
 #include <QDebug>
+#include <QFile>
 #include <QFileInfo>
+#include <QList>
+#include <QPair>
 #include <QSettings>
+#include <QTemporaryFile>
+
+#include <cstdio>
+#include <unistd.h>
 
 namespace {
+
+// Keys with their group ("font/width") and the values a save gives them.
+using Changes = QList<QPair<QString, int>>;
 
 // QSettings reports NoError for a missing file, which must count as unreadable here.
 bool readable(const QSettings &settings)
 {
     return QFileInfo::exists(settings.fileName()) && settings.status() == QSettings::NoError;
+}
+
+// The file `fileName`, read from disk, holds the keys of `before` with their
+// values, the changed keys with their new values, and nothing else.
+bool holds(const QString &fileName, const QSettings &before, const Changes &changes)
+{
+    const QSettings after(fileName, QSettings::IniFormat);
+    QStringList kept = before.allKeys();
+    for (const auto &change : changes) {
+        kept.removeAll(change.first);
+        bool ok = false;
+        if (after.value(change.first).toInt(&ok) != change.second || !ok)
+            return false;
+    }
+    for (const QString &key : kept) {
+        if (after.value(key) != before.value(key))
+            return false;
+    }
+    return after.status() == QSettings::NoError && after.allKeys().size() == kept.size() + changes.size();
+}
+
+bool renameOver(const QString &from, const QString &to)
+{
+    return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+}
+
+// Applies `changes` to the file that `file` reads; on any failure the file
+// stays as it was. QSettings' own save renames its temporary file over the
+// target even when writing that failed for want of space, which emptied the
+// file. So the change goes to a copy beside it, and the copy replaces the file
+// only once it reads back whole and is on disk. Only copies are written (and
+// locked) by QSettings: a lock left by a killed save never holds up the next.
+bool changeThroughCopy(const QSettings &file, const Changes &changes)
+{
+    const QString path = file.fileName();
+    // Opened for writing: the rename would replace a read-only file too.
+    QFile original(path);
+    if (!original.open(QIODevice::ReadWrite))
+        return false;
+    const QByteArray bytes = original.readAll();
+    QTemporaryFile copy(path + QStringLiteral(".XXXXXX"));
+    if (!copy.open() || copy.write(bytes) != bytes.size() || !copy.flush()
+        || !copy.setPermissions(original.permissions()))
+        return false;
+    {
+        QSettings settings(copy.fileName(), QSettings::IniFormat);
+        for (const auto &change : changes)
+            settings.setValue(change.first, change.second);
+        settings.sync();
+        if (settings.status() != QSettings::NoError)
+            return false;
+    }
+    // Read back under a name of its own: QSettings answers from what it wrote
+    // for as long as the file's size and time match, however short the file.
+    QTemporaryFile written(path + QStringLiteral(".XXXXXX"));
+    if (!written.open() || !renameOver(copy.fileName(), written.fileName())
+        || !holds(written.fileName(), file, changes))
+        return false;
+    QFile result(written.fileName());
+    return result.open(QIODevice::ReadOnly) && ::fsync(result.handle()) == 0
+           && renameOver(written.fileName(), path);
+}
+
+bool saveChanges(const QSettings &file, const Changes &changes)
+{
+    if (changeThroughCopy(file, changes))
+        return true;
+    qDebug() << "Configuration file" << file.fileName() << "could not be written!!";
+    return false;
 }
 
 } // namespace
@@ -78,12 +157,7 @@ int writeFontDimensions(int width, int height)
     }
     qDebug() << "Font dimensions set to width =" << width << "and height =" << height
              << "in file" << path;
-    settings.beginGroup("font");
-    settings.setValue("width", width);
-    settings.setValue("height", height);
-    settings.endGroup();
-    settings.sync();
-    return 0;
+    return saveChanges(settings, {{"font/width", width}, {"font/height", height}}) ? 0 : 2;
 }
 
 int readPsuMode()
@@ -95,15 +169,14 @@ int readPsuMode()
         qDebug() << "Error accessing '" << path << "' for reading";
         return 0;
     }
-    settings.beginGroup("psu");
-    if (!settings.contains("redundant")) {
+    if (!settings.contains("psu/redundant")) {
         qDebug() << "Config file doesn't contain the PSU key. Setting it to zero.";
-        // Written to the file when the settings object goes out of scope.
-        settings.setValue("redundant", 0);
+        // The mode is 0 whether or not the key could be added.
+        saveChanges(settings, {{"psu/redundant", 0}});
         return 0;
     }
     qDebug() << "Found PSU key.";
-    return settings.value("redundant", 0).toInt();
+    return settings.value("psu/redundant", 0).toInt();
 }
 
 int writePsuMode(int mode)
@@ -118,8 +191,5 @@ int writePsuMode(int mode)
         qDebug() << "Configuration file" << path << "is not writeable!!";
         return -1;
     }
-    settings.beginGroup("psu");
-    settings.setValue("redundant", mode);
-    settings.endGroup();
-    return 0;
+    return saveChanges(settings, {{"psu/redundant", mode}}) ? 0 : -1;
 }

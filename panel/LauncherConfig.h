@@ -6,7 +6,9 @@
 // The INI file shared with the main application: groups "setup" (activation
 // keys), "font" (panel text font) and "psu" (dual power-supply mode). Every
 // routine opens the file anew and keeps the other groups and keys as they are.
-// None of them creates the file; a missing file takes the error path.
+// None of them creates the file; a missing file takes the error path. A save
+// replaces the file whole or, when it cannot be written (a full disk), leaves
+// it as it was and logs the refusal.
 
 // /etc/kd5820m/launcher.cfg under the runtime root.
 QString launcherConfigPath();
@@ -19,13 +21,16 @@ void readActivateButtons(int *button1, int *button2);
 // the file is missing or unreadable, or when either pointer is null.
 void readFontDimensions(int *width, int *height);
 
-// 0 written, -1 file missing, 1 file unreadable, 2 file not writable.
+// 0 written, -1 file missing, 1 file unreadable, 2 file not writable or the
+// save could not be written.
 int writeFontDimensions(int width, int height);
 
-// [psu] redundant, 0 on any failure; adds the key with 0 to an existing file that lacks it.
+// [psu] redundant, 0 on any failure; adds the key with 0 to an existing file
+// that lacks it (0 also when that save is refused).
 int readPsuMode();
 
-// 0 written, -1 file missing, unreadable or not writable.
+// 0 written, -1 file missing, unreadable or not writable, or the save could
+// not be written.
 int writePsuMode(int mode);
 
 #endif // LAUNCHERCONFIG_H

@@ -4,9 +4,9 @@
 // round wrote or what the round under way was writing: never a truncated,
 // empty or mixed file.
 //
-// A kill between the creation of the launcher configuration's lock file and
-// the writing of its content leaves an empty lock, which holds the next save
-// of that file until the lock is 30 s old; the test measures those stalls.
+// The launcher configuration's saves lock only the copy that each makes of
+// the file, under a name of its own, so an empty lock left by a kill cannot
+// hold up a later save; the test counts stalled starts all the same.
 //
 // PANEL_SETUP_KILL_CYCLES sets the number of kills (default 60); the soak
 // label runs it with more.

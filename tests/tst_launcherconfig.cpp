@@ -71,6 +71,22 @@ private:
         QTest::ignoreMessage(QtDebugMsg, message("Configuration file ", " is not writeable!!").constData());
     }
 
+    void expectNotWritten() const
+    {
+        QTest::ignoreMessage(QtDebugMsg, message("Configuration file ", " could not be written!!").constData());
+    }
+
+    // Everything in the file's directory: the file alone, whatever a save did.
+    QStringList directoryEntries() const
+    {
+        return QDir(_root.path() + "/etc/kd5820m").entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }
+
+    void setDirectoryMode(QFile::Permissions permissions)
+    {
+        QVERIFY(QFile::setPermissions(_root.path() + "/etc/kd5820m", permissions));
+    }
+
     static void expectButtons(int b1, int b2)
     {
         const QByteArray line = "Using activate buttons: _activate_but1 = " + QByteArray::number(b1)
@@ -91,6 +107,8 @@ private Q_SLOTS:
 
     void init()
     {
+        setDirectoryMode(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup
+                         | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther);
         QFile::remove(_path);
     }
 
@@ -289,6 +307,23 @@ private Q_SLOTS:
         QCOMPARE(readConfig(), content);
     }
 
+    void readOnlyFileWithoutPsuKeyStaysAsItIs()
+    {
+        const QByteArray content = "[setup]\nbutton1=3\nbutton2=17\n";
+        writeConfig(content);
+        setMode(QFile::ReadOwner | QFile::ReadGroup | QFile::ReadOther);
+        {
+            PermissionBitsEnforced enforced;
+            QVERIFY(enforced.isActive());
+            expectGettingPsu();
+            QTest::ignoreMessage(QtDebugMsg, "Config file doesn't contain the PSU key. Setting it to zero.");
+            expectNotWritten();
+            QCOMPARE(readPsuMode(), 0);
+        }
+        QCOMPARE(readConfig(), content);
+        QCOMPARE(directoryEntries(), QStringList("launcher.cfg"));
+    }
+
     void readOnlyFileIsStillRead()
     {
         writeConfig("[setup]\nbutton1=3\nbutton2=17\n\n[font]\nwidth=6\nheight=10\n\n[psu]\nredundant=1\n");
@@ -304,6 +339,50 @@ private Q_SLOTS:
         expectGettingPsu();
         QTest::ignoreMessage(QtDebugMsg, "Found PSU key.");
         QCOMPARE(readPsuMode(), 1);
+    }
+
+    // A save that cannot be written (here: no room for the copy that replaces
+    // the file) is refused and leaves the file and its directory as they were.
+
+    void unwritableDirectoryRefusesSaves()
+    {
+        const QByteArray content = "[setup]\nbutton1=3\nbutton2=17\n\n[font]\nwidth=6\nheight=10\n";
+        writeConfig(content);
+        setDirectoryMode(QFile::ReadOwner | QFile::ExeOwner | QFile::ReadGroup | QFile::ExeGroup
+                         | QFile::ReadOther | QFile::ExeOther);
+        {
+            PermissionBitsEnforced enforced;
+            QVERIFY(enforced.isActive());
+            QTest::ignoreMessage(QtDebugMsg,
+                                 message("Font dimensions set to width = 8 and height = 13 in file ", "").constData());
+            expectNotWritten();
+            QCOMPARE(writeFontDimensions(8, 13), 2);
+
+            expectNotWritten();
+            QCOMPARE(writePsuMode(1), -1);
+
+            expectGettingPsu();
+            QTest::ignoreMessage(QtDebugMsg, "Config file doesn't contain the PSU key. Setting it to zero.");
+            expectNotWritten();
+            QCOMPARE(readPsuMode(), 0);
+        }
+        QCOMPARE(readConfig(), content);
+        QCOMPARE(directoryEntries(), QStringList("launcher.cfg"));
+    }
+
+    void saveKeepsModeAndLeavesNothingBeside()
+    {
+        writeConfig("[setup]\nbutton1=3\nbutton2=17\n");
+        const QFile::Permissions mode = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup;
+        setMode(mode);
+        QTest::ignoreMessage(QtDebugMsg,
+                             message("Font dimensions set to width = 8 and height = 13 in file ", "").constData());
+        QCOMPARE(writeFontDimensions(8, 13), 0);
+        QCOMPARE(writePsuMode(1), 0);
+        QCOMPARE(readConfig(),
+                 QByteArray("[font]\nheight=13\nwidth=8\n\n[psu]\nredundant=1\n\n[setup]\nbutton1=3\nbutton2=17\n"));
+        QCOMPARE(QFile::permissions(_path) & ~(QFile::ReadUser | QFile::WriteUser), mode);
+        QCOMPARE(directoryEntries(), QStringList("launcher.cfg"));
     }
 
     // Unreadable file: the error paths of the readers, and 1 from the font writer.
