@@ -1,4 +1,5 @@
 #include "pages/Page_Intensity.h"
+#include "support/MenuEvents.h"
 #include "support/MessageRecorder.h"
 #include "support/PermissionBitsEnforced.h"
 #include "support/RecordingCallback.h"
@@ -9,23 +10,11 @@
 #include <climits>
 
 using collector::CollectorMsg;
+using menuevents::turn;
+using menuevents::select;
+using menuevents::back;
 
 namespace {
-
-CollectorMsg turn(int delta)
-{
-    return CollectorMsg::shaft(collector::TFT_MENU_SHAFT, delta);
-}
-
-CollectorMsg select(int value = 1)
-{
-    return CollectorMsg::key(collector::TFT_MENU_BUT, value);
-}
-
-CollectorMsg back(int value = 1)
-{
-    return CollectorMsg::key(2, value);
-}
 
 const QStringList entryBatch{"batch 2", "clear 2", "leds -1 1 0"};
 const QStringList menuRows{"batch 2", "text 1 0 1 TFT Screen", "text 1 1 0 Buttons"};

@@ -1,4 +1,5 @@
 #include "pages/Page_LEDTest.h"
+#include "support/MenuEvents.h"
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
@@ -8,18 +9,10 @@
 #include <climits>
 
 using collector::CollectorMsg;
+using menuevents::turn;
+using menuevents::select;
 
 namespace {
-
-CollectorMsg turn(int delta)
-{
-    return CollectorMsg::shaft(collector::TFT_MENU_SHAFT, delta);
-}
-
-CollectorMsg select(int value = 1)
-{
-    return CollectorMsg::key(collector::TFT_MENU_BUT, value);
-}
 
 const QStringList allLedsOff{"led2 0 0", "led2 1 0", "led 2 0", "led 1 0", "led 0 0"};
 

@@ -1,6 +1,7 @@
 #include "pages/MenuTables.h"
 #include "pages/Page_Main.h"
 #include "pages/Param.h"
+#include "support/MenuEvents.h"
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 
@@ -13,18 +14,10 @@
 #include <memory>
 
 using collector::CollectorMsg;
+using menuevents::turn;
+using menuevents::select;
 
 namespace {
-
-CollectorMsg turn(int delta)
-{
-    return CollectorMsg::shaft(collector::TFT_MENU_SHAFT, delta);
-}
-
-CollectorMsg select(int value = 1)
-{
-    return CollectorMsg::key(collector::TFT_MENU_BUT, value);
-}
 
 const QStringList ledsOff{"led2 0 0", "led2 1 0", "led 2 0", "led 1 0", "led 0 0"};
 

@@ -1,4 +1,5 @@
 #include "pages/Page_RebootPoweroff.h"
+#include "support/MenuEvents.h"
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
@@ -8,18 +9,10 @@
 #include <climits>
 
 using collector::CollectorMsg;
+using menuevents::turn;
+using menuevents::select;
 
 namespace {
-
-CollectorMsg turn(int delta)
-{
-    return CollectorMsg::shaft(collector::TFT_MENU_SHAFT, delta);
-}
-
-CollectorMsg select(int value = 1)
-{
-    return CollectorMsg::key(collector::TFT_MENU_BUT, value);
-}
 
 const QStringList noHighlighted{"text 1 3 1 No", "text 1 4 0 Yes"};
 const QStringList yesHighlighted{"text 1 3 0 No", "text 1 4 1 Yes"};

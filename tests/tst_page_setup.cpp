@@ -1,4 +1,5 @@
 #include "pages/Page_Setup.h"
+#include "support/MenuEvents.h"
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
@@ -10,23 +11,11 @@
 #include <memory>
 
 using collector::CollectorMsg;
+using menuevents::turn;
+using menuevents::select;
+using menuevents::back;
 
 namespace {
-
-CollectorMsg turn(int delta)
-{
-    return CollectorMsg::shaft(collector::TFT_MENU_SHAFT, delta);
-}
-
-CollectorMsg select(int value = 1)
-{
-    return CollectorMsg::key(collector::TFT_MENU_BUT, value);
-}
-
-CollectorMsg back(int value = 1)
-{
-    return CollectorMsg::key(2, value);
-}
 
 const QStringList fullMenu{
     "batch 9",

@@ -1,4 +1,5 @@
 #include "pages/Page_Testing.h"
+#include "support/MenuEvents.h"
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
@@ -8,18 +9,10 @@
 #include <climits>
 
 using collector::CollectorMsg;
+using menuevents::turn;
+using menuevents::select;
 
 namespace {
-
-CollectorMsg turn(int delta)
-{
-    return CollectorMsg::shaft(collector::TFT_MENU_SHAFT, delta);
-}
-
-CollectorMsg select(int value = 1)
-{
-    return CollectorMsg::key(collector::TFT_MENU_BUT, value);
-}
 
 CollectorMsg makeEvent(quint32 kind, qint32 id, qint32 value, qint32 delta = 0)
 {

@@ -1,4 +1,5 @@
 #include "pages/Param.h"
+#include "support/MenuEvents.h"
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 #include "support/StdoutCapture.h"
@@ -8,13 +9,9 @@
 #include <climits>
 
 using collector::CollectorMsg;
+using menuevents::turn;
 
 namespace {
-
-CollectorMsg turn(int delta)
-{
-    return CollectorMsg::shaft(collector::TFT_MENU_SHAFT, delta);
-}
 
 void setFields(Param_Quad *quad, int a, int b, int c, int d)
 {

@@ -4,6 +4,7 @@
 #include "FakeButtonDriver.h"
 #include "FakeCollector.h"
 #include "Sandbox.h"
+#include "support/MenuEvents.h"
 
 #include <QByteArray>
 #include <QObject>
@@ -63,9 +64,9 @@ public:
     // screens cleared, key lights and status LEDs off, the eight items.
     static QStringList firstMainMenuCommands();
     // The menu events: select key pressed, back key (2) pressed, menu shaft turned.
-    static collector::CollectorMsg select() { return collector::CollectorMsg::key(28, 1); }
-    static collector::CollectorMsg back() { return collector::CollectorMsg::key(2, 1); }
-    static collector::CollectorMsg turn(int delta) { return collector::CollectorMsg::shaft(4, delta); }
+    static collector::CollectorMsg select() { return menuevents::select(); }
+    static collector::CollectorMsg back() { return menuevents::back(); }
+    static collector::CollectorMsg turn(int delta) { return menuevents::turn(delta); }
 
     // The main menu drawn again on return from a sub-page.
     static QStringList mainMenuReturnCommands(int selected, int previous);
