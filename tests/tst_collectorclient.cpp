@@ -1,4 +1,6 @@
 #include "qcollector/QCollectorClient.h"
+#include "support/FreePort.h"
+#include "support/MetaTypes.h"
 
 #include <QtTest>
 #include <QTcpServer>
@@ -38,15 +40,6 @@ qint64 peakVirtualKb()
             return line.mid(7).trimmed().split(' ').value(0).toLongLong();
     }
     return -1;
-}
-
-bool typeKnownByName(const char *name)
-{
-#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-    return QMetaType::fromName(name).isValid();
-#else
-    return QMetaType::type(name) != QMetaType::UnknownType;
-#endif
 }
 
 } // namespace
@@ -95,11 +88,8 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QTcpServer probe;
-        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
-        _port = probe.serverPort();
-        probe.close();
-        qputenv("PANEL_SETUP_COLLECTOR_PORT", QByteArray::number(_port));
+        _port = setFreePort("PANEL_SETUP_COLLECTOR_PORT");
+        QVERIFY(_port != 0);
     }
 
     void cleanup()
