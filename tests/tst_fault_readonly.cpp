@@ -10,10 +10,10 @@
 #include "support/PanelDaemon.h"
 #include "support/PrivateMounts.h"
 #include "support/SettingsSaves.h"
+#include "support/TestRoot.h"
 
 #include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
@@ -33,29 +33,13 @@ class TestFaultReadOnly : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir _root; // for the writers called in this process
+    TestRoot _root; // for the writers called in this process
     QString _mountFailure;
-
-    void writeFile(const QString &devicePath, const QByteArray &content)
-    {
-        const QString path = _root.path() + devicePath;
-        QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        QCOMPARE(file.write(content), qint64(content.size()));
-    }
-
-    QByteArray readFile(const QString &devicePath) const
-    {
-        QFile file(_root.path() + devicePath);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-    }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(_root.isValid());
-        qputenv("PANEL_SETUP_ROOT", _root.path().toLocal8Bit());
+        QVERIFY(_root.install());
         if (!privatemounts::enter(&_mountFailure))
             qWarning("no private mounts: %s", qPrintable(_mountFailure));
     }
@@ -66,14 +50,14 @@ private Q_SLOTS:
     {
         if (!_mountFailure.isEmpty())
             QSKIP(qPrintable(_mountFailure));
-        writeFile("/etc/kd5820m/launcher.cfg", "[setup]\nbutton1=24\nbutton2=25\n");
-        writeFile("/etc/kd5820m/buttonlevel", "lcd 100\nscr 60\n");
-        writeFile("/etc/network/interfaces", "auto lo\niface lo inet loopback\n");
+        QVERIFY(_root.writeFile("/etc/kd5820m/launcher.cfg", "[setup]\nbutton1=24\nbutton2=25\n"));
+        QVERIFY(_root.writeFile("/etc/kd5820m/buttonlevel", "lcd 100\nscr 60\n"));
+        QVERIFY(_root.writeFile("/etc/network/interfaces", "auto lo\niface lo inet loopback\n"));
         QString why;
         QVERIFY2(privatemounts::bindReadOnly(_root.path() + "/etc", &why), qPrintable(why));
         QList<QByteArray> before;
         for (const QString &file : settingsFiles)
-            before << readFile(file);
+            before << _root.readFile(file);
 
         const QByteArray launcher = quoted(launcherConfigPath());
         const QByteArray notWriteable = "Configuration file " + launcher + " is not writeable!!";
@@ -95,7 +79,7 @@ private Q_SLOTS:
         NetUtil::writeInterfacesFile({"10.0.0.2", "255.0.0.0", "10.255.255.255", "10.0.0.1"});
 
         for (int i = 0; i < settingsFiles.size(); ++i)
-            QCOMPARE(readFile(settingsFiles[i]), before[i]);
+            QCOMPARE(_root.readFile(settingsFiles[i]), before[i]);
         QCOMPARE(QDir(_root.path() + "/etc/kd5820m").entryList(QDir::Files | QDir::Hidden),
                  QStringList({"buttonlevel", "launcher.cfg"}));
         QVERIFY2(privatemounts::unmount(_root.path() + "/etc", &why), qPrintable(why));

@@ -12,14 +12,13 @@
 // label runs it with more.
 #include "hardening/SettingsRounds.h"
 #include "panel/LauncherConfig.h"
+#include "support/TestRoot.h"
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QLoggingCategory>
 #include <QProcess>
 #include <QRandomGenerator>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <unistd.h>
@@ -40,17 +39,11 @@ class TestFaultWriterKill : public QObject
 
 private:
     // On the disk the device would use, not a RAM disk: the saves really sync.
-    QTemporaryDir _root;
+    TestRoot _root;
     QByteArray _interfaces[2];
     QByteArray _levels[2];
     // Launcher configuration by [font] round and [psu] round.
     QByteArray _launcher[2][2];
-
-    QByteArray read(const char *devicePath) const
-    {
-        QFile file(_root.path() + QLatin1String(devicePath));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-    }
 
     static int cyclesWanted()
     {
@@ -85,29 +78,24 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(_root.isValid());
-        qputenv("PANEL_SETUP_ROOT", _root.path().toLocal8Bit());
-        QVERIFY(QDir().mkpath(_root.path() + "/etc/network"));
-        QVERIFY(QDir().mkpath(_root.path() + "/etc/kd5820m"));
-        QFile launcher(_root.path() + LauncherPath);
-        QVERIFY(launcher.open(QIODevice::WriteOnly));
-        launcher.write("[setup]\nbutton1=24\nbutton2=25\n");
-        launcher.close();
+        QVERIFY(_root.install());
+        QVERIFY(QDir().mkpath(_root.hostPath("/etc/network")));
+        QVERIFY(_root.writeFile(LauncherPath, "[setup]\nbutton1=24\nbutton2=25\n"));
 
         // The bytes each writer leaves, for every combination a kill can leave.
         // The writers log every save: keep the test log readable.
         QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false"));
         for (int r = 0; r < 2; ++r) {
             settingsrounds::saveAll(round(r));
-            _interfaces[r] = read(InterfacesPath);
-            _levels[r] = read(ButtonLevelPath);
-            _launcher[r][r] = read(LauncherPath);
+            _interfaces[r] = _root.readFile(InterfacesPath);
+            _levels[r] = _root.readFile(ButtonLevelPath);
+            _launcher[r][r] = _root.readFile(LauncherPath);
         }
         settingsrounds::saveFont(round(0));
-        _launcher[0][1] = read(LauncherPath);
+        _launcher[0][1] = _root.readFile(LauncherPath);
         settingsrounds::saveAll(round(1));
         settingsrounds::savePsu(round(0));
-        _launcher[1][0] = read(LauncherPath);
+        _launcher[1][0] = _root.readFile(LauncherPath);
         for (const QByteArray &content : {_interfaces[0], _interfaces[1], _levels[0], _levels[1],
                                           _launcher[0][0], _launcher[0][1], _launcher[1][0],
                                           _launcher[1][1]})
@@ -153,9 +141,9 @@ private Q_SLOTS:
             // The last complete round, and the one under way at the kill.
             const int done = int((complete - 1) % 2);
             const int next = 1 - done;
-            const int interfaces = roundOf(read(InterfacesPath), _interfaces);
-            const int levels = roundOf(read(ButtonLevelPath), _levels);
-            const QByteArray launcher = read(LauncherPath);
+            const int interfaces = roundOf(_root.readFile(InterfacesPath), _interfaces);
+            const int levels = roundOf(_root.readFile(ButtonLevelPath), _levels);
+            const QByteArray launcher = _root.readFile(LauncherPath);
             int font = -1, psu = -1;
             for (int f = 0; f < 2; ++f)
                 for (int p = 0; p < 2; ++p)
@@ -164,8 +152,9 @@ private Q_SLOTS:
                         psu = p;
                     }
             const QString where = QStringLiteral("cycle %1 after %2 rounds").arg(cycle).arg(complete);
-            QVERIFY2(interfaces >= 0, qPrintable(where + ": interfaces file " + read(InterfacesPath)));
-            QVERIFY2(levels >= 0, qPrintable(where + ": button-level file " + read(ButtonLevelPath)));
+            QVERIFY2(interfaces >= 0,
+                     qPrintable(where + ": interfaces file " + _root.readFile(InterfacesPath)));
+            QVERIFY2(levels >= 0, qPrintable(where + ": button-level file " + _root.readFile(ButtonLevelPath)));
             QVERIFY2(font >= 0, qPrintable(where + ": launcher configuration " + launcher));
             // Saved in order: a later file holds the round under way only if
             // every file before it does (the launcher's PSU line comes last).
@@ -190,9 +179,9 @@ private Q_SLOTS:
 
         // Stale lock or temporary files left by the kills must not stop a later save.
         settingsrounds::saveAll(round(1));
-        QCOMPARE(read(InterfacesPath), _interfaces[1]);
-        QCOMPARE(read(ButtonLevelPath), _levels[1]);
-        QCOMPARE(read(LauncherPath), _launcher[1][1]);
+        QCOMPARE(_root.readFile(InterfacesPath), _interfaces[1]);
+        QCOMPARE(_root.readFile(ButtonLevelPath), _levels[1]);
+        QCOMPARE(_root.readFile(LauncherPath), _launcher[1][1]);
         const QStringList leftovers =
             QDir(_root.path() + "/etc/network").entryList(QDir::Files | QDir::Hidden)
             + QDir(_root.path() + "/etc/kd5820m").entryList(QDir::Files | QDir::Hidden);

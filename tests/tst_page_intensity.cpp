@@ -4,6 +4,7 @@
 #include "support/PermissionBitsEnforced.h"
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
+#include "support/TestRoot.h"
 
 #include <QtTest>
 
@@ -16,6 +17,8 @@ using menuevents::back;
 
 namespace {
 
+const char *const LevelFile = "/etc/kd5820m/buttonlevel";
+
 const QStringList entryBatch{"batch 2", "clear 2", "leds -1 1 0"};
 const QStringList menuRows{"batch 2", "text 1 0 1 TFT Screen", "text 1 1 0 Buttons"};
 const QStringList tftScreen{"text 2 0 0 Change TFT", "text 2 1 0 Intensity:", "text 2 2 0 "};
@@ -27,22 +30,11 @@ class TestPageIntensity : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir _root;
+    TestRoot _root;
     QString _path;
 
-    void writeFile(const QByteArray &bytes)
-    {
-        QFile::remove(_path);
-        QFile file(_path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(bytes), qint64(bytes.size()));
-    }
-
-    QByteArray fileContent() const
-    {
-        QFile file(_path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
-    }
+    void writeFile(const QByteArray &bytes) { QVERIFY(_root.writeFile(LevelFile, bytes)); }
+    QByteArray fileContent() const { return _root.readFile(LevelFile); }
 
     // A page entered and its journal cleared; the file holds lcd 100 / scr tft.
     void enterPage(Page_Intensity *page, RecordingCallback *cb)
@@ -54,10 +46,9 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(_root.isValid());
-        qputenv("PANEL_SETUP_ROOT", _root.path().toLocal8Bit());
-        QVERIFY(QDir().mkpath(_root.path() + "/etc/kd5820m"));
-        _path = _root.path() + "/etc/kd5820m/buttonlevel";
+        QVERIFY(_root.install());
+        QVERIFY(QDir().mkpath(_root.hostPath("/etc/kd5820m")));
+        _path = _root.hostPath(LevelFile);
     }
 
     void init() { QFile::remove(_path); }

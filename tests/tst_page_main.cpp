@@ -1,13 +1,12 @@
 #include "pages/MenuTables.h"
 #include "pages/Page_Main.h"
-#include "pages/Param.h"
+#include "support/AddressEditors.h"
 #include "support/MenuEvents.h"
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
+#include "support/TestRoot.h"
 
-#include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <climits>
@@ -63,26 +62,18 @@ class TestPageMain : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir _root;
-    std::vector<Param *> _params;
-    std::vector<std::unique_ptr<Param_Quad>> _editors;
+    TestRoot _root;
+    AddressEditors _editors;
 
-    QString rootPath(const QString &devicePath) const { return _root.path() + devicePath; }
-
-    void writeFile(const QString &devicePath, const QByteArray &content)
+    void writeVersion(const QByteArray &firstLine)
     {
-        QVERIFY(QDir().mkpath(QFileInfo(rootPath(devicePath)).path()));
-        QFile file(rootPath(devicePath));
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        QCOMPARE(file.write(content), qint64(content.size()));
+        QVERIFY(_root.writeFile("/opt/kd5820m/version", firstLine + "\n"));
     }
-
-    void writeVersion(const QByteArray &firstLine) { writeFile("/opt/kd5820m/version", firstLine + "\n"); }
 
     // A tree with the menu drawn once, the journal cleared.
     std::unique_ptr<Page_Main> enteredTree(RecordingCallback *cb)
     {
-        auto page = std::make_unique<Page_Main>(cb, &_params);
+        auto page = std::make_unique<Page_Main>(cb, _editors.params());
         page->onEnter();
         cb->clear();
         return page;
@@ -100,24 +91,18 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(_root.isValid());
-        qputenv("PANEL_SETUP_ROOT", _root.path().toLocal8Bit());
+        QVERIFY(_root.install());
         writeVersion("kd5820m version 1.2.3");
-        writeFile("/etc/kd5820m/launcher.cfg", "[psu]\nredundant=1\n");
-        writeFile("/etc/kd5820m/buttonlevel", "lcd 70\nscr 40\n");
-        for (const char *font : {"10x20.pcf.gz", "6x13.pcf.gz", "8x13.pcf.gz"})
-            writeFile(QStringLiteral("/opt/kd5820m/fonts/") + font, "font");
-        for (const char *label : {"IP Addr", "Netmask", "Broadcast", "Gateway"}) {
-            _editors.push_back(std::make_unique<Param_Quad>(nullptr, label));
-            _params.push_back(_editors.back().get());
-        }
+        QVERIFY(_root.writeFile("/etc/kd5820m/launcher.cfg", "[psu]\nredundant=1\n"));
+        QVERIFY(_root.writeFile("/etc/kd5820m/buttonlevel", "lcd 70\nscr 40\n"));
+        QVERIFY(_root.writeFonts({"10x20.pcf.gz", "6x13.pcf.gz", "8x13.pcf.gz"}));
     }
 
     void constructionBuildsThePagesInOrder()
     {
         RecordingCallback cb;
         MessageRecorder log;
-        Page_Main page(&cb, &_params);
+        Page_Main page(&cb, _editors.params());
         const QStringList tracked{"_sh_psu_val =", "Done creating Page_Setup instance", "Creating Page_",
                                   "line =", "Panel Version:"};
         QStringList order;
@@ -143,7 +128,7 @@ private Q_SLOTS:
     void firstEntryDrawsTheWholeMenu()
     {
         RecordingCallback cb;
-        Page_Main page(&cb, &_params);
+        Page_Main page(&cb, _editors.params());
         MessageRecorder log;
         page.onEnter();
         QCOMPARE(log.messages(), (QStringList{"Page_Main::onEnter()", refreshLog(-1, -1),
@@ -299,7 +284,7 @@ private Q_SLOTS:
     void firstTurnOnANeverDrawnMenuSelectsTheDelta()
     {
         RecordingCallback cb;
-        Page_Main page(&cb, &_params);
+        Page_Main page(&cb, _editors.params());
         MessageRecorder log;
         page.collectorMsg(turn(3));
         QCOMPARE(cb.takeJournal(), QStringList{"text 0 3 1 EXIT"});
@@ -311,7 +296,7 @@ private Q_SLOTS:
     void firstTurnBeyondTheMenuSelectsTheLastItem()
     {
         RecordingCallback cb;
-        Page_Main page(&cb, &_params);
+        Page_Main page(&cb, _editors.params());
         page.collectorMsg(turn(100));
         QCOMPARE(cb.takeJournal(), QStringList{"text 0 7 1 V=1.2.3"});
         QCOMPARE(page.menuValue(), 7);
@@ -320,7 +305,7 @@ private Q_SLOTS:
     void selectBeforeAnyDrawingDoesNothing()
     {
         RecordingCallback cb;
-        Page_Main page(&cb, &_params);
+        Page_Main page(&cb, _editors.params());
         MessageRecorder log;
         page.collectorMsg(select());
         QCOMPARE(log.messages(), QStringList{beforeSwitch(-1)});
@@ -483,7 +468,7 @@ private Q_SLOTS:
         RecordingCallback cb;
         MessageRecorder log;
         {
-            Page_Main page(&cb, &_params);
+            Page_Main page(&cb, _editors.params());
             QCOMPARE(log.messages().last(), "Panel Version: \"" + shown + "\"");
             page.onEnter();
             QCOMPARE(cb.commands().last(), "text 0 7 0 " + shown);
@@ -493,10 +478,10 @@ private Q_SLOTS:
 
     void missingVersionFile()
     {
-        QVERIFY(QFile::remove(rootPath("/opt/kd5820m/version")));
+        QVERIFY(QFile::remove(_root.hostPath("/opt/kd5820m/version")));
         RecordingCallback cb;
         {
-            Page_Main page(&cb, &_params);
+            Page_Main page(&cb, _editors.params());
             page.collectorMsg(turn(7));
             QCOMPARE(cb.takeJournal(), QStringList{"text 0 7 1 VER=N/A"});
         }
@@ -507,7 +492,7 @@ private Q_SLOTS:
     {
         RecordingCallback cb;
         {
-            Page_Main page(&cb, &_params);
+            Page_Main page(&cb, _editors.params());
             QCOMPARE(QString(main_menu_items[MAIN_MENU_VERSION_INDEX]), QString("V=1.2.3"));
         }
         QCOMPARE(main_menu_items[MAIN_MENU_VERSION_INDEX], main_menu_version_placeholder);

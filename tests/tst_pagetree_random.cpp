@@ -1,16 +1,13 @@
 #include "pages/Page_Main.h"
-#include "pages/Param.h"
+#include "support/AddressEditors.h"
 #include "support/RecordingCallback.h"
+#include "support/TestRoot.h"
 
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QRandomGenerator>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <climits>
-#include <memory>
 
 using collector::CollectorMsg;
 
@@ -105,15 +102,6 @@ class TestPageTreeRandom : public QObject
     Q_OBJECT
 
 private:
-    // The intensity page commits its file on every apply: a RAM disk, where
-    // there is one, keeps the long run fast.
-    static QString rootTemplate()
-    {
-        const QFileInfo shm(QStringLiteral("/dev/shm"));
-        return (shm.isDir() && shm.isWritable() ? shm.filePath() : QDir::tempPath())
-            + QStringLiteral("/pagetree-XXXXXX");
-    }
-
     // QTRY_* polls every 50 ms; a save takes a little over 200 ms.
     static void waitForSave(Page_Main &tree)
     {
@@ -149,33 +137,18 @@ private:
         }
     }
 
-    QTemporaryDir _root{rootTemplate()};
-    std::vector<Param *> _params;
-    std::vector<std::unique_ptr<Param_Quad>> _editors;
-
-    void writeFile(const QString &devicePath, const QByteArray &content)
-    {
-        const QString path = _root.path() + devicePath;
-        QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        QCOMPARE(file.write(content), qint64(content.size()));
-    }
+    // On a RAM disk: the intensity page commits its file on every apply.
+    TestRoot _root{TestRoot::ramTemplate("pagetree")};
+    AddressEditors _editors;
 
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(_root.isValid());
-        qputenv("PANEL_SETUP_ROOT", _root.path().toLocal8Bit());
-        writeFile("/opt/kd5820m/version", "kd5820m version 4.5.6\n");
-        writeFile("/etc/kd5820m/launcher.cfg", "[setup]\nbutton1=24\nbutton2=25\n[psu]\nredundant=0\n");
-        writeFile("/etc/kd5820m/buttonlevel", "lcd 100\nscr 60\n");
-        for (const char *font : {"6x13.pcf.gz", "8x13.pcf.gz", "10x20.pcf.gz"})
-            writeFile(QStringLiteral("/opt/kd5820m/fonts/") + font, "font");
-        for (const char *label : {"IP Addr", "Netmask", "Broadcast", "Gateway"}) {
-            _editors.push_back(std::make_unique<Param_Quad>(nullptr, label));
-            _params.push_back(_editors.back().get());
-        }
+        QVERIFY(_root.install());
+        QVERIFY(_root.writeFile("/opt/kd5820m/version", "kd5820m version 4.5.6\n"));
+        QVERIFY(_root.writeFile("/etc/kd5820m/launcher.cfg", "[setup]\nbutton1=24\nbutton2=25\n[psu]\nredundant=0\n"));
+        QVERIFY(_root.writeFile("/etc/kd5820m/buttonlevel", "lcd 100\nscr 60\n"));
+        QVERIFY(_root.writeFonts({"6x13.pcf.gz", "8x13.pcf.gz", "10x20.pcf.gz"}));
     }
 
     void randomEventsThroughTheWholeTree()
@@ -185,7 +158,7 @@ private Q_SLOTS:
         qInfo("pagetree random: seed 0x%x, %d events", seed, eventCount);
 
         RecordingCallback cb;
-        for (Param *param : _params)
+        for (Param *param : *_editors.params())
             param->setCallback(&cb);
         // Like the controller's sleep, let timers and queued calls run meanwhile.
         cb.setProcessEventsInSleep(true);
@@ -198,7 +171,7 @@ private Q_SLOTS:
         QSet<QString> visited;
         int saves = 0;
         {
-            Page_Main tree(&cb, &_params);
+            Page_Main tree(&cb, _editors.params());
             tree.onEnter();
             EventSource source(seed);
             for (int i = 1; i <= eventCount; ++i) {
