@@ -1,8 +1,15 @@
 #include "pages/ButtonLevelFile.h"
 #include "support/MessageRecorder.h"
 #include "support/PermissionBitsEnforced.h"
+#include "support/TestRoot.h"
 
 #include <QtTest>
+
+namespace {
+
+const char *const LevelFile = "/etc/kd5820m/buttonlevel";
+
+} // namespace
 
 // Unreadable and read-only files: the tests run as root, which ignores
 // permission bits; PermissionBitsEnforced makes the calls meet them.
@@ -11,33 +18,21 @@ class TestButtonLevelFile : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir _root;
+    TestRoot _root;
     QString _dir;
     QString _path;
 
-    void writeFile(const QByteArray &bytes)
-    {
-        QFile::remove(_path);
-        QFile file(_path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(bytes), qint64(bytes.size()));
-    }
-
-    QByteArray fileContent() const
-    {
-        QFile file(_path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
-    }
+    void writeFile(const QByteArray &bytes) { QVERIFY(_root.writeFile(LevelFile, bytes)); }
+    QByteArray fileContent() const { return _root.readFile(LevelFile); }
 
     QString quoted(const QString &text) const { return "\"" + text + "\""; }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(_root.isValid());
-        qputenv("PANEL_SETUP_ROOT", _root.path().toLocal8Bit());
-        _dir = _root.path() + "/etc/kd5820m";
-        _path = _dir + "/buttonlevel";
+        QVERIFY(_root.install());
+        _dir = _root.hostPath("/etc/kd5820m");
+        _path = _root.hostPath(LevelFile);
         QCOMPARE(buttonlevelFilePath(), _path);
     }
 
@@ -58,15 +53,38 @@ private Q_SLOTS:
         QCOMPARE(log.messages(), (QStringList{"line = \"lcd 100\"", "line = \"scr 100\""}));
     }
 
-    void linesInAnyOrder()
+    void readsWhatIsThere_data()
     {
-        writeFile("scr 40\nlcd 70\n");
-        std::vector<QString> values(2);
+        QTest::addColumn<QByteArray>("file");
+        QTest::addColumn<QStringList>("before");
+        QTest::addColumn<QStringList>("after");
+        QTest::addColumn<QStringList>("logged");
+        QTest::newRow("lines in any order")
+            << QByteArray("scr 40\nlcd 70\n") << QStringList{"", ""} << QStringList{"70", "40"}
+            << QStringList{"line = \"scr 40\"", "line = \"lcd 70\""};
+        QTest::newRow("key without value reads empty")
+            << QByteArray("lcd\nscr 50\n") << QStringList{"x", "y"} << QStringList{"", "50"}
+            << QStringList{"line = \"lcd\"", "line = \"scr 50\""};
+        QTest::newRow("missing key leaves its entry")
+            << QByteArray("lcd 5\n") << QStringList{"a", "b"} << QStringList{"5", "b"}
+            << QStringList{"line = \"lcd 5\""};
+        QTest::newRow("empty file reads nothing")
+            << QByteArray() << QStringList{"", ""} << QStringList{"", ""} << QStringList();
+    }
+
+    void readsWhatIsThere()
+    {
+        QFETCH(QByteArray, file);
+        QFETCH(QStringList, before);
+        QFETCH(QStringList, after);
+        QFETCH(QStringList, logged);
+        writeFile(file);
+        std::vector<QString> values(before.begin(), before.end());
         MessageRecorder log;
         QVERIFY(readButtonlevelFile(values));
-        QCOMPARE(values, (std::vector<QString>{"70", "40"}));
-        QCOMPARE(log.messages(), (QStringList{"line = \"scr 40\"", "line = \"lcd 70\""}));
-        QCOMPARE(fileContent(), QByteArray("scr 40\nlcd 70\n"));
+        QCOMPARE(values, std::vector<QString>(after.begin(), after.end()));
+        QCOMPARE(log.messages(), logged);
+        QCOMPARE(fileContent(), file); // present, so no defaults
     }
 
     void laterLineWinsAndOtherLinesAreIgnored()
@@ -79,35 +97,6 @@ private Q_SLOTS:
         QCOMPARE(log.messages().size(), 8);
         QCOMPARE(log.messages().at(1), QString("line = \"   lcd    20\\t   \""));
         QCOMPARE(log.messages().at(3), QString("line = \"\""));
-    }
-
-    void keyWithoutValueReadsEmpty()
-    {
-        writeFile("lcd\nscr 50\n");
-        std::vector<QString> values{"x", "y"};
-        MessageRecorder log;
-        QVERIFY(readButtonlevelFile(values));
-        QCOMPARE(values, (std::vector<QString>{"", "50"}));
-    }
-
-    void missingKeyLeavesItsEntry()
-    {
-        writeFile("lcd 5\n");
-        std::vector<QString> values{"a", "b"};
-        MessageRecorder log;
-        QVERIFY(readButtonlevelFile(values));
-        QCOMPARE(values, (std::vector<QString>{"5", "b"}));
-    }
-
-    void emptyFileReadsNothing()
-    {
-        writeFile("");
-        std::vector<QString> values(2);
-        MessageRecorder log;
-        QVERIFY(readButtonlevelFile(values));
-        QCOMPARE(values, std::vector<QString>(2));
-        QCOMPARE(log.messages(), QStringList());
-        QCOMPARE(fileContent(), QByteArray()); // present, so no defaults
     }
 
     void unreadableFileIsReported()
@@ -197,25 +186,22 @@ private Q_SLOTS:
                  QStringList{"buttonlevel"});
     }
 
-    void readOnlyFileIsNotWritten()
+    // A read-only file, or the file in a read-only directory.
+    void readOnlyIsNotWritten_data()
     {
-        writeFile("lcd 1\nscr 2\n");
-        QVERIFY(QFile(_path).setPermissions(QFile::ReadOwner | QFile::ReadGroup | QFile::ReadOther));
-        MessageRecorder log;
-        {
-            PermissionBitsEnforced enforced;
-            QVERIFY(enforced.isActive());
-            writeButtonlevelFile({"55", "66"});
-        }
-        QCOMPARE(log.messages(),
-                 QStringList{"writeButtonlevelFile : Unable to open " + quoted(_path)});
-        QCOMPARE(fileContent(), QByteArray("lcd 1\nscr 2\n"));
+        QTest::addColumn<bool>("directory");
+        QTest::newRow("file") << false;
+        QTest::newRow("directory") << true;
     }
 
-    void readOnlyDirectoryIsNotWritten()
+    void readOnlyIsNotWritten()
     {
+        QFETCH(bool, directory);
         writeFile("lcd 1\nscr 2\n");
-        QVERIFY(QFile(_dir).setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+        if (directory)
+            QVERIFY(QFile(_dir).setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+        else
+            QVERIFY(QFile(_path).setPermissions(QFile::ReadOwner | QFile::ReadGroup | QFile::ReadOther));
         MessageRecorder log;
         {
             PermissionBitsEnforced enforced;
