@@ -4,6 +4,7 @@
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
 #include "support/StdoutCapture.h"
+#include "support/TestRoot.h"
 
 #include <QtTest>
 
@@ -16,6 +17,9 @@ using menuevents::select;
 using menuevents::back;
 
 namespace {
+
+const char *const ConfigFile = "/etc/kd5820m/launcher.cfg";
+const char *const InterfacesFile = "/etc/network/interfaces";
 
 const QStringList fullMenu{
     "batch 9",
@@ -76,6 +80,15 @@ struct Fixture
         return fresh;
     }
 
+    // Hands msg to the page; returns what the page printed (kept out of the
+    // test's log).
+    QByteArray feed(const CollectorMsg &msg)
+    {
+        StdoutCapture out;
+        page->collectorMsg(msg);
+        return out.text();
+    }
+
     // Enters the page and forgets what that drew and logged.
     void enter()
     {
@@ -84,12 +97,20 @@ struct Fixture
         newLog();
     }
 
-    // From the first row: moves to item and selects it; journal and log cleared.
-    void choose(int item)
+    // From the first row: moves to item and selects it; the journal then holds
+    // what the selection drew. Returns what the page printed.
+    QByteArray pick(int item)
     {
         if (item > 0)
             page->collectorMsg(turn(item));
-        page->collectorMsg(select());
+        cb.clear();
+        return feed(select());
+    }
+
+    // pick(), then journal and log cleared.
+    void choose(int item)
+    {
+        pick(item);
         cb.clear();
         newLog();
     }
@@ -117,31 +138,10 @@ class TestPageSetup : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir _root;
+    TestRoot _root;
     QString _fontDir;
     QString _configPath;
     QString _interfacesPath;
-
-    void writeFile(const QString &path, const QByteArray &bytes)
-    {
-        QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        QCOMPARE(file.write(bytes), qint64(bytes.size()));
-    }
-
-    QByteArray readFile(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-    }
-
-    void makeFonts(const QStringList &files)
-    {
-        QVERIFY(QDir().mkpath(_fontDir));
-        for (const QString &name : files)
-            writeFile(_fontDir + "/" + name, QByteArray());
-    }
 
     // Runs the fixture's save (item 7) from the first row and waits for the
     // save thread to report back.
@@ -154,26 +154,25 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(_root.isValid());
-        qputenv("PANEL_SETUP_ROOT", _root.path().toLocal8Bit());
-        _fontDir = _root.path() + "/opt/kd5820m/fonts";
-        _configPath = _root.path() + "/etc/kd5820m/launcher.cfg";
-        _interfacesPath = _root.path() + "/etc/network/interfaces";
+        QVERIFY(_root.install());
+        _fontDir = _root.hostPath("/opt/kd5820m/fonts");
+        _configPath = _root.hostPath(ConfigFile);
+        _interfacesPath = _root.hostPath(InterfacesFile);
     }
 
     void init()
     {
         QDir(_fontDir).removeRecursively();
-        makeFonts({"10x20.pcf.gz", "8x13.pcf.gz", "6x10.pcf.gz"});
-        writeFile(_configPath, "[psu]\nredundant=0\n");
-        writeFile(_interfacesPath, standardInterfaces);
+        QVERIFY(_root.writeFonts({"10x20.pcf.gz", "8x13.pcf.gz", "6x10.pcf.gz"}));
+        QVERIFY(_root.writeFile(ConfigFile, "[psu]\nredundant=0\n"));
+        QVERIFY(_root.writeFile(InterfacesFile, standardInterfaces));
     }
 
     // Construction and menu
 
     void constructionReadsPsuModeAndFonts()
     {
-        writeFile(_configPath, "[psu]\nredundant=1\n");
+        QVERIFY(_root.writeFile(ConfigFile, "[psu]\nredundant=1\n"));
         Fixture f;
         QCOMPARE(f.newLog(),
                  (QStringList{
@@ -300,10 +299,7 @@ private Q_SLOTS:
 
         // The first turn marks the change and, after a pause, redraws at once.
         pauseTurning();
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(turn(1));
-        }
+        f.feed(turn(1));
         QCOMPARE(f.ip.field(0), 193);
         QCOMPARE(f.cb.takeJournal(), (QStringList{"leds 3 1 0", "text 2 0 0 193.168.  1. 10",
                                                   "textat 2 0 0 3 0xffffff 0 193", "text 2 1 0 ^"}));
@@ -318,10 +314,7 @@ private Q_SLOTS:
                               "Leaving _current_param != -1 statement"}));
 
         // A turn right after is not drawn by the editor; the page's timer draws it.
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(turn(1));
-        }
+        f.feed(turn(1));
         QCOMPARE(f.ip.field(0), 194);
         QCOMPARE(f.cb.journal(), QStringList());
         QTRY_COMPARE(f.cb.journal(), (QStringList{"text 2 0 0 194.168.  1. 10",
@@ -361,10 +354,7 @@ private Q_SLOTS:
         QCOMPARE(f.page->currentParam(), 3);
         QCOMPARE(f.gate.currentField(), 0);
         pauseTurning();
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(turn(-193));
-        }
+        f.feed(turn(-193));
         QCOMPARE(f.gate.text(), QString("255.168.1.1"));
         QCOMPARE(f.ip.text(), QString("192.168.1.10"));
         QCOMPARE(f.cb.journal().first(), QString("leds 3 1 0"));
@@ -375,13 +365,10 @@ private Q_SLOTS:
         Fixture f;
         f.enter();
         f.choose(1);
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(turn(1));
-            f.leaveItem();
-            f.choose(2);
-            f.page->collectorMsg(turn(1));
-        }
+        f.feed(turn(1));
+        f.leaveItem();
+        f.choose(2);
+        f.feed(turn(1));
         QVERIFY(!f.cb.journal().contains("leds 3 1 0"));
         QCOMPARE(f.mask.text(), QString("0.255.255.0"));
         QCOMPARE(f.broad.text(), QString("193.168.1.255"));
@@ -445,10 +432,7 @@ private Q_SLOTS:
         Fixture f;
         f.enter();
         f.choose(0);
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(turn(1));
-        }
+        f.feed(turn(1));
         f.leaveItem();
         f.page->collectorMsg(turn(7));
         f.cb.clear();
@@ -509,10 +493,7 @@ private Q_SLOTS:
         Fixture f;
         f.enter();
         f.choose(0);
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(turn(1));
-        }
+        f.feed(turn(1));
         f.page->collectorMsg(back());
         f.page->collectorMsg(back());
         QCOMPARE(f.cb.journal().last(), QString("parent onEnter"));
@@ -530,12 +511,7 @@ private Q_SLOTS:
         f.page->collectorMsg(turn(4));
         f.cb.clear();
         f.newLog();
-        QByteArray printed;
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(select());
-            printed = out.text();
-        }
+        const QByteArray printed = f.feed(select());
         QCOMPARE(f.page->fontIndex(), 1);
         QCOMPARE(f.cb.takeJournal(), (QStringList{"get_font", "text 2 0 0 6x10", "text 2 1 1 8x13",
                                                   "text 2 2 0 10x20"}));
@@ -558,10 +534,7 @@ private Q_SLOTS:
         f.page->collectorMsg(turn(4));
         f.cb.clear();
         f.newLog();
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(select());
-        }
+        f.feed(select());
         QCOMPARE(f.page->fontIndex(), -1);
         QCOMPARE(f.cb.journal(), (QStringList{"get_font", "text 2 0 1 6x10", "text 2 1 0 8x13",
                                               "text 2 2 0 10x20"}));
@@ -575,10 +548,7 @@ private Q_SLOTS:
     {
         Fixture f;
         f.enter();
-        {
-            StdoutCapture out;
-            f.choose(4);
-        }
+        f.choose(4);
         f.page->collectorMsg(turn(1));
         QCOMPARE(f.cb.takeJournal(), (QStringList{"leds 3 1 0", "text 2 2 1 10x20", "text 2 1 0 8x13"}));
         QCOMPARE(f.newLog(),
@@ -606,10 +576,7 @@ private Q_SLOTS:
         Fixture f;
         f.cb.setFontDimensions(10, 20);
         f.enter();
-        {
-            StdoutCapture out;
-            f.choose(4);
-        }
+        f.choose(4);
         f.page->collectorMsg(turn(1));
         QCOMPARE(f.cb.takeJournal(), (QStringList{"leds 3 1 0", "text 2 2 1 10x20"}));
     }
@@ -618,10 +585,7 @@ private Q_SLOTS:
     {
         Fixture f;
         f.enter();
-        {
-            StdoutCapture out;
-            f.choose(4);
-        }
+        f.choose(4);
         f.page->collectorMsg(turn(1));
         f.page->collectorMsg(back());
         QCOMPARE(f.page->fontIndex(), 2);
@@ -629,14 +593,7 @@ private Q_SLOTS:
         f.cb.clear();
         f.newLog();
 
-        f.page->collectorMsg(turn(7));
-        f.cb.clear();
-        QByteArray printed;
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(select());
-            printed = out.text();
-        }
+        const QByteArray printed = f.pick(7);
         QCOMPARE(printed, QByteArray("parse_font_dimensions(): width = 10, height = 20.\n"));
         QCOMPARE(f.cb.takeJournal(),
                  (QStringList{"update_font 10 20", "text 2 1 0 Font Setting", "text 2 2 0 Was Saved:",
@@ -653,10 +610,7 @@ private Q_SLOTS:
     {
         Fixture f;
         f.enter();
-        {
-            StdoutCapture out;
-            f.choose(4);
-        }
+        f.choose(4);
         f.page->collectorMsg(turn(-1));
         f.page->collectorMsg(back());
         QCOMPARE(f.page->fontIndex(), 0);
@@ -668,14 +622,9 @@ private Q_SLOTS:
     void fontDirectoryIsReadOnce()
     {
         Fixture f;
-        makeFonts({"12x24.pcf.gz", "5x7.pcf.gz"});
+        QVERIFY(_root.writeFonts({"12x24.pcf.gz", "5x7.pcf.gz"}));
         f.enter();
-        f.page->collectorMsg(turn(4));
-        f.cb.clear();
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(select());
-        }
+        f.pick(4);
         QCOMPARE(f.cb.journal(),
                  (QStringList{"get_font", "text 2 0 0 6x10", "text 2 1 1 8x13", "text 2 2 0 10x20"}));
     }
@@ -708,9 +657,7 @@ private Q_SLOTS:
         f.newLog();
 
         // The save skips the font, logs it and clears the pending light.
-        f.page->collectorMsg(turn(7));
-        f.cb.clear();
-        f.page->collectorMsg(select());
+        f.pick(7);
         QCOMPARE(f.cb.journal(), QStringList{"leds 3 0 0"});
         QVERIFY(f.newLog().contains(
             "Page_Setup: no font chosen, font setting not saved; _font_index = -1"));
@@ -723,9 +670,7 @@ private Q_SLOTS:
     {
         Fixture f;
         f.enter();
-        f.page->collectorMsg(turn(5));
-        f.cb.clear();
-        f.page->collectorMsg(select());
+        f.pick(5);
         QCOMPARE(f.cb.takeJournal(), (QStringList{"text 2 0 1 No", "text 2 1 0 Yes"}));
 
         // No real change: nothing pending.
@@ -739,24 +684,22 @@ private Q_SLOTS:
         f.leaveItem();
 
         f.choose(7);
-        QVERIFY(readFile(_configPath).contains("redundant=1"));
+        QVERIFY(_root.readFile(ConfigFile).contains("redundant=1"));
     }
 
     void psuSaveScreen()
     {
-        writeFile(_configPath, "[psu]\nredundant=1\n");
+        QVERIFY(_root.writeFile(ConfigFile, "[psu]\nredundant=1\n"));
         Fixture f;
         f.enter();
         f.choose(5);
         f.page->collectorMsg(turn(-1));
         f.leaveItem();
-        f.page->collectorMsg(turn(7));
-        f.cb.clear();
-        f.page->collectorMsg(select());
+        f.pick(7);
         QCOMPARE(f.cb.takeJournal(),
                  (QStringList{"text 2 1 0 Dual PSU", "text 2 2 0 Setting Saved:", "text 2 3 0 ",
                               "text 2 4 0 Disabled", "sleep 2000", "clear 2", "leds 3 0 0"}));
-        QVERIFY(readFile(_configPath).contains("redundant=0"));
+        QVERIFY(_root.readFile(ConfigFile).contains("redundant=0"));
         QCOMPARE(f.page->currentParam(), -1);
     }
 
@@ -770,7 +713,7 @@ private Q_SLOTS:
         f.choose(7);
         f.page->collectorMsg(select());
         QCOMPARE(f.cb.journal(), QStringList());
-        QCOMPARE(readFile(_configPath), QByteArray("[psu]\nredundant=0\n"));
+        QCOMPARE(_root.readFile(ConfigFile), QByteArray("[psu]\nredundant=0\n"));
     }
 
     void psuSaveReportsSuccessEvenIfTheWriteFails()
@@ -781,9 +724,7 @@ private Q_SLOTS:
         f.choose(5);
         f.page->collectorMsg(turn(1));
         f.leaveItem();
-        f.page->collectorMsg(turn(7));
-        f.cb.clear();
-        f.page->collectorMsg(select());
+        f.pick(7);
         QCOMPARE(f.cb.journal().mid(0, 4),
                  (QStringList{"text 2 1 0 Dual PSU", "text 2 2 0 Setting Saved:", "text 2 3 0 ",
                               "text 2 4 0 Enabled"}));
@@ -801,12 +742,7 @@ private Q_SLOTS:
         f.page->collectorMsg(turn(-1));
         QCOMPARE(f.page->psuRedundant(), 0);
         f.leaveItem();
-        f.page->collectorMsg(turn(8));
-        f.cb.clear();
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(select());
-        }
+        f.pick(8);
         QCOMPARE(f.cb.takeJournal(), (QStringList{"leds 3 0 0", "text 2 2 0 Changes were",
                                                   "text 2 3 0 Discarded", "sleep 2000", "get_font",
                                                   "clear 2"}));
@@ -814,32 +750,24 @@ private Q_SLOTS:
         QCOMPARE(f.page->currentParam(), -1);
         // Nothing pending after the revert: a second one does nothing.
         f.page->collectorMsg(turn(-1));
-        f.page->collectorMsg(turn(1));
-        f.cb.clear();
-        f.page->collectorMsg(select());
+        f.pick(1);
         QCOMPARE(f.cb.journal(), QStringList());
     }
 
     void revertReloadsAddressesFromInterfacesFile()
     {
-        writeFile(_interfacesPath, "auto eth0\niface eth0 inet static\n"
-                                   "    address 10.0.0.5\n    netmask 255.0.0.0\n"
-                                   "    broadcast 10.255.255.255\n    gateway 10.0\n"
-                                   "auto eth1\niface eth1 inet static\n    address 172.16.0.1\n");
+        QVERIFY(_root.writeFile(InterfacesFile, "auto eth0\niface eth0 inet static\n"
+                                                "    address 10.0.0.5\n    netmask 255.0.0.0\n"
+                                                "    broadcast 10.255.255.255\n    gateway 10.0\n"
+                                                "auto eth1\niface eth1 inet static\n    address 172.16.0.1\n"));
         Fixture f;
         f.enter();
         f.choose(1);
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(turn(1));
-        }
+        f.feed(turn(1));
         QCOMPARE(f.mask.currentField(), 0);
         f.leaveItem();
         f.page->collectorMsg(turn(8));
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(select());
-        }
+        f.feed(select());
         QCOMPARE(f.ip.text(), QString("10.0.0.5"));
         QCOMPARE(f.mask.text(), QString("255.0.0.0"));
         QCOMPARE(f.broad.text(), QString("10.255.255.255"));
@@ -859,17 +787,11 @@ private Q_SLOTS:
         QVERIFY(QFile::remove(_interfacesPath));
         f.enter();
         f.choose(0);
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(turn(1));
-        }
+        f.feed(turn(1));
         f.leaveItem();
         f.page->collectorMsg(turn(8));
         f.newLog();
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(select());
-        }
+        f.feed(select());
         QVERIFY(f.newLog().contains("NetUtil : failed to open /etc/network/interfaces"));
         QCOMPARE(f.ip.text(), QString("0.0.0.0"));
         QCOMPARE(f.gate.text(), QString("0.0.0.0"));
@@ -879,19 +801,11 @@ private Q_SLOTS:
     {
         Fixture f;
         f.enter();
-        {
-            StdoutCapture out;
-            f.choose(4);
-        }
+        f.choose(4);
         f.page->collectorMsg(turn(1));
         f.page->collectorMsg(back());
         QCOMPARE(f.page->fontIndex(), 2);
-        f.page->collectorMsg(turn(4));
-        f.cb.clear();
-        {
-            StdoutCapture out;
-            f.page->collectorMsg(select());
-        }
+        f.pick(4);
         QCOMPARE(f.page->fontIndex(), 1);
         QVERIFY(!f.cb.journal().contains("update_font 10 20"));
     }
@@ -914,13 +828,11 @@ private Q_SLOTS:
         f.choose(7);
         QTRY_VERIFY(!f.page->isSaving());
         f.page->collectorMsg(turn(-10));
-        f.page->collectorMsg(turn(7));
-        f.cb.clear();
-        f.page->collectorMsg(select());
+        f.pick(7);
         QCOMPARE(f.cb.journal(), QStringList()); // all saved
         QCOMPARE(f.cb.fontWidth(), 6);
         QCOMPARE(f.cb.fontHeight(), 10);
-        QVERIFY(readFile(_configPath).contains("redundant=1"));
+        QVERIFY(_root.readFile(ConfigFile).contains("redundant=1"));
     }
 
     void saveOrderJournal()
@@ -936,9 +848,7 @@ private Q_SLOTS:
         f.choose(5);
         f.page->collectorMsg(turn(1));
         f.leaveItem();
-        f.page->collectorMsg(turn(7));
-        f.cb.clear();
-        f.page->collectorMsg(select());
+        f.pick(7);
         QTRY_VERIFY(!f.page->isSaving());
         QCOMPARE(f.cb.journal(),
                  (QStringList{"update_font 10 20", "text 2 1 0 Font Setting", "text 2 2 0 Was Saved:",
