@@ -1,25 +1,23 @@
 #include "panel/VersionFile.h"
+#include "support/TestRoot.h"
 
-#include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 #include <QtTest>
+
+namespace {
+
+const char *const VersionFile = "/opt/kd5820m/version";
+
+} // namespace
 
 class TestVersionFile : public QObject
 {
     Q_OBJECT
 
 private:
-    QTemporaryDir _root;
+    TestRoot _root;
 
-    QString versionPath() const { return _root.path() + "/opt/kd5820m/version"; }
-
-    void writeVersion(const QByteArray &bytes)
-    {
-        QFile file(versionPath());
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        QCOMPARE(file.write(bytes), qint64(bytes.size()));
-    }
+    void writeVersion(const QByteArray &bytes) { QVERIFY(_root.writeFile(VersionFile, bytes)); }
 
     static void expectParseError()
     {
@@ -30,9 +28,7 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(_root.isValid());
-        qputenv("PANEL_SETUP_ROOT", _root.path().toLocal8Bit());
-        QVERIFY(QDir().mkpath(_root.path() + "/opt/kd5820m"));
+        QVERIFY(_root.install());
     }
 
     void versions_data()
@@ -91,8 +87,9 @@ private Q_SLOTS:
 
     void missingFile()
     {
-        QVERIFY(QFile::remove(versionPath()));
-        const QByteArray message = "readVersionFile: Unable to open file \"" + versionPath().toLocal8Bit() + "\" \n";
+        const QString path = _root.hostPath(VersionFile);
+        QVERIFY(QFile::remove(path));
+        const QByteArray message = "readVersionFile: Unable to open file \"" + path.toLocal8Bit() + "\" \n";
         QTest::ignoreMessage(QtDebugMsg, message.constData());
         QCOMPARE(readVersionFile(false), QString("VER=N/A"));
         QTest::ignoreMessage(QtDebugMsg, message.constData());
