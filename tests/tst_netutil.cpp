@@ -1,11 +1,11 @@
 #include "netutil/NetUtil.h"
 #include "support/PermissionBitsEnforced.h"
+#include "support/TestRoot.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QNetworkInterface>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <arpa/inet.h>
@@ -15,6 +15,7 @@
 
 namespace {
 
+const char *const InterfacesFile = "/etc/network/interfaces";
 const char *const openFailed = "NetUtil : failed to open /etc/network/interfaces";
 
 std::vector<QString> eight(const QString &fill = QString())
@@ -37,27 +38,16 @@ class TestNetUtil : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir _root;
+    TestRoot _root;
 
-    QString interfacesPath() const { return _root.path() + "/etc/network/interfaces"; }
-
-    void writeInterfaces(const QByteArray &bytes)
-    {
-        QFile file(interfacesPath());
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        QCOMPARE(file.write(bytes), qint64(bytes.size()));
-    }
+    QString interfacesPath() const { return _root.hostPath(InterfacesFile); }
+    void writeInterfaces(const QByteArray &bytes) { QVERIFY(_root.writeFile(InterfacesFile, bytes)); }
+    QByteArray readInterfaces() const { return _root.readFile(InterfacesFile); }
 
     ino_t interfacesInode() const
     {
         struct stat st = {};
         return stat(QFile::encodeName(interfacesPath()).constData(), &st) == 0 ? st.st_ino : 0;
-    }
-
-    QByteArray readInterfaces()
-    {
-        QFile file(interfacesPath());
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
     }
 
     // What the writer logs last: the file text as the debug stream quotes it.
@@ -75,8 +65,7 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(_root.isValid());
-        qputenv("PANEL_SETUP_ROOT", _root.path().toLocal8Bit());
+        QVERIFY(_root.install());
     }
 
     void init()
@@ -135,65 +124,55 @@ private Q_SLOTS:
         QCOMPARE(params, std::vector<QString>(2, "keep"));
     }
 
-    void writeFullStanza()
+    void write_data()
     {
-        const QByteArray text = "auto lo\n"
-                                "iface lo inet loopback\n"
-                                "\n"
-                                "auto eth0\n"
-                                "iface eth0 inet static\n"
-                                "address 192.168.1.10\n"
-                                "netmask 255.255.255.0\n"
-                                "broadcast 192.168.1.255\n"
-                                "gateway 192.168.1.1\n";
-        expectWrite(text);
-        NetUtil::writeInterfacesFile({"192.168.1.10", "255.255.255.0", "192.168.1.255",
-                                      "192.168.1.1", "10.0.0.1", "255.0.0.0", "10.255.255.255",
-                                      "10.0.0.254"});
-        QCOMPARE(readInterfaces(), text);
+        QTest::addColumn<QStringList>("params");
+        QTest::addColumn<QByteArray>("text");
+        QTest::newRow("full stanza")
+            << QStringList{"192.168.1.10", "255.255.255.0", "192.168.1.255", "192.168.1.1",
+                           "10.0.0.1", "255.0.0.0", "10.255.255.255", "10.0.0.254"}
+            << QByteArray("auto lo\n"
+                          "iface lo inet loopback\n"
+                          "\n"
+                          "auto eth0\n"
+                          "iface eth0 inet static\n"
+                          "address 192.168.1.10\n"
+                          "netmask 255.255.255.0\n"
+                          "broadcast 192.168.1.255\n"
+                          "gateway 192.168.1.1\n");
+        // Without an address only the loopback stanza is kept.
+        QTest::newRow("address 0.0.0.0")
+            << QStringList{"0.0.0.0", "255.255.255.0", "192.168.1.255", "192.168.1.1"}
+            << QByteArray("auto lo\niface lo inet loopback\n");
+        QTest::newRow("empty address")
+            << QStringList{"", "255.255.255.0", "192.168.1.255", "192.168.1.1"}
+            << QByteArray("auto lo\niface lo inet loopback\n");
+        QTest::newRow("zero gateway dropped, zero netmask kept")
+            << QStringList{"192.168.1.10", "0.0.0.0", "0.0.0.0", "0.0.0.0"}
+            << QByteArray("auto lo\n"
+                          "iface lo inet loopback\n"
+                          "\n"
+                          "auto eth0\n"
+                          "iface eth0 inet static\n"
+                          "address 192.168.1.10\n"
+                          "netmask 0.0.0.0\n"
+                          "broadcast 0.0.0.0\n");
+        QTest::newRow("empty values skipped")
+            << QStringList{"172.16.0.5", "", "", ""}
+            << QByteArray("auto lo\n"
+                          "iface lo inet loopback\n"
+                          "\n"
+                          "auto eth0\n"
+                          "iface eth0 inet static\n"
+                          "address 172.16.0.5\n");
     }
 
-    void writeWithoutAddressKeepsLoopbackOnly_data()
+    void write()
     {
-        QTest::addColumn<QString>("address");
-        QTest::newRow("0.0.0.0") << "0.0.0.0";
-        QTest::newRow("empty") << "";
-    }
-
-    void writeWithoutAddressKeepsLoopbackOnly()
-    {
-        QFETCH(QString, address);
-        const QByteArray text = "auto lo\niface lo inet loopback\n";
+        QFETCH(QStringList, params);
+        QFETCH(QByteArray, text);
         expectWrite(text);
-        NetUtil::writeInterfacesFile({address, "255.255.255.0", "192.168.1.255", "192.168.1.1"});
-        QCOMPARE(readInterfaces(), text);
-    }
-
-    void writeDropsZeroGatewayButKeepsZeroNetmask()
-    {
-        const QByteArray text = "auto lo\n"
-                                "iface lo inet loopback\n"
-                                "\n"
-                                "auto eth0\n"
-                                "iface eth0 inet static\n"
-                                "address 192.168.1.10\n"
-                                "netmask 0.0.0.0\n"
-                                "broadcast 0.0.0.0\n";
-        expectWrite(text);
-        NetUtil::writeInterfacesFile({"192.168.1.10", "0.0.0.0", "0.0.0.0", "0.0.0.0"});
-        QCOMPARE(readInterfaces(), text);
-    }
-
-    void writeSkipsEmptyValues()
-    {
-        const QByteArray text = "auto lo\n"
-                                "iface lo inet loopback\n"
-                                "\n"
-                                "auto eth0\n"
-                                "iface eth0 inet static\n"
-                                "address 172.16.0.5\n";
-        expectWrite(text);
-        NetUtil::writeInterfacesFile({"172.16.0.5", "", "", ""});
+        NetUtil::writeInterfacesFile(std::vector<QString>(params.begin(), params.end()));
         QCOMPARE(readInterfaces(), text);
     }
 
@@ -358,14 +337,11 @@ private Q_SLOTS:
 
     void restartNetworkingRunsTheScript()
     {
-        const QString script = _root.path() + "/etc/init.d/networking";
-        const QString record = _root.path() + "/networking.args";
-        QVERIFY(QDir().mkpath(_root.path() + "/etc/init.d"));
-        QFile file(script);
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(QString("#!/bin/sh\necho \"$#:$*\" > '%1'\nexit 3\n").arg(record).toLocal8Bit());
-        file.close();
-        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        const QString record = _root.hostPath("/networking.args");
+        QVERIFY(_root.writeFile("/etc/init.d/networking",
+                                QString("#!/bin/sh\necho \"$#:$*\" > '%1'\nexit 3\n").arg(record).toLocal8Bit()));
+        QVERIFY(QFile::setPermissions(_root.hostPath("/etc/init.d/networking"),
+                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
 
         const int status = NetUtil::restartNetworking();
         QVERIFY(WIFEXITED(status));
