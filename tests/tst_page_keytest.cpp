@@ -198,52 +198,43 @@ private Q_SLOTS:
         page.collectorMsg(CollectorMsg::key(24, 1));
     }
 
-    void outOfRangeKeysAreRejected()
+    // Events that the page ignores, before and after the blinking ends; while
+    // it blinks, none of them counts as a release.
+    void ignoredEvents_data()
     {
-        RecordingCallback cb;
-        RecordingPage parent(&cb);
-        Page_KeyTest page(&cb, &parent);
-        page.onEnter();
-        cb.clear();
-        const int bad[] = {30, 31, 40, -1, -5, INT_MAX, INT_MIN};
-        for (int id : bad) {
-            page.collectorMsg(CollectorMsg::key(id, 1));
-            page.collectorMsg(CollectorMsg::key(id, 0));
-        }
-        QCOMPARE(cb.takeJournal(), QStringList());
-        // None of them counted as a release: it still takes two.
-        page.collectorMsg(CollectorMsg::key(1, 0));
-        QCOMPARE(cb.takeJournal(), QStringList());
-        page.collectorMsg(CollectorMsg::key(1, 0));
-        QCOMPARE(cb.takeJournal(), keyLines(0, 0, 0));
-        for (int id : bad) {
-            page.collectorMsg(CollectorMsg::key(id, 1));
-            page.collectorMsg(CollectorMsg::key(id, 0));
-        }
-        QCOMPARE(cb.takeJournal(), QStringList());
-        QCOMPARE(parent.enterCount(), 0);
+        QTest::addColumn<QList<CollectorMsg>>("events");
+        QTest::addColumn<int>("releasedKey");
+        QList<CollectorMsg> outOfRange;
+        for (int id : {30, 31, 40, -1, -5, INT_MAX, INT_MIN})
+            outOfRange << CollectorMsg::key(id, 1) << CollectorMsg::key(id, 0);
+        QTest::newRow("keys out of range") << outOfRange << 1;
+        QTest::newRow("other kinds")
+            << QList<CollectorMsg>{CollectorMsg::shaft(4, 1), CollectorMsg::shaft(0, 0), CollectorMsg::gpi(2, 0),
+                                   CollectorMsg::gpi(28, 1),  CollectorMsg::gpi(5, 0),   CollectorMsg()}
+            << 6;
     }
 
-    void otherKindsAreIgnored()
+    void ignoredEvents()
     {
+        QFETCH(QList<CollectorMsg>, events);
+        QFETCH(int, releasedKey);
         RecordingCallback cb;
         RecordingPage parent(&cb);
         Page_KeyTest page(&cb, &parent);
         page.onEnter();
         cb.clear();
-        const CollectorMsg others[] = {CollectorMsg::shaft(4, 1), CollectorMsg::shaft(0, 0),
-                                       CollectorMsg::gpi(2, 0),   CollectorMsg::gpi(28, 1),
-                                       CollectorMsg::gpi(5, 0),   CollectorMsg()};
-        for (const CollectorMsg &msg : others)
+        for (const CollectorMsg &msg : events)
             page.collectorMsg(msg);
-        // Still blinking with the release counter at 0.
-        page.collectorMsg(CollectorMsg::key(6, 0));
         QCOMPARE(cb.takeJournal(), QStringList());
-        page.collectorMsg(CollectorMsg::key(6, 0));
+        // Still blinking with the release counter at 0: it takes two releases.
+        page.collectorMsg(CollectorMsg::key(releasedKey, 0));
+        QCOMPARE(cb.takeJournal(), QStringList());
+        page.collectorMsg(CollectorMsg::key(releasedKey, 0));
         QCOMPARE(cb.takeJournal(), keyLines(0, 0, 0));
-        for (const CollectorMsg &msg : others)
+        for (const CollectorMsg &msg : events)
             page.collectorMsg(msg);
         QCOMPARE(cb.takeJournal(), QStringList());
+        QCOMPARE(parent.enterCount(), 0);
     }
 };
 
