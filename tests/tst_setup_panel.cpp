@@ -108,6 +108,13 @@ private:
         panel._watcher->removePaths(panel._watcher->directories());
     }
 
+    // What the watcher reports on a change in /tmp, and the line the panel logs for it.
+    void tmpChanged(Setup_Panel &panel) { panel.onSystemUpgrade(_sandbox->hostPath("/tmp")); }
+    QString tmpChangedLine() const
+    {
+        return QStringLiteral("Path that changed = \"%1\"").arg(_sandbox->hostPath("/tmp"));
+    }
+
     // Waits for the reboot thread's stub call; the thread ends right after it.
     void waitForRebootCall(int calls)
     {
@@ -584,9 +591,8 @@ private Q_SLOTS:
         stopWatching(panel);
         const int mark = settle(panel);
         MessageRecorder recorder;
-        panel.onSystemUpgrade(_sandbox->hostPath("/tmp"));
-        QCOMPARE(recorder.messages(),
-                 QStringList(QStringLiteral("Path that changed = \"%1\"").arg(_sandbox->hostPath("/tmp"))));
+        tmpChanged(panel);
+        QCOMPARE(recorder.messages(), QStringList(tmpChangedLine()));
         QVERIFY(!panel._upgrading);
         QVERIFY(!panel._active);
         QCOMPARE(sentUpToMarker(panel, mark), QStringList());
@@ -600,10 +606,9 @@ private Q_SLOTS:
         stopWatching(panel);
         const int mark = settle(panel);
         MessageRecorder recorder;
-        panel.onSystemUpgrade(_sandbox->hostPath("/tmp"));
+        tmpChanged(panel);
         QVERIFY(containsInOrder(recorder.messages(),
-                                {QStringLiteral("Path that changed = \"%1\"").arg(_sandbox->hostPath("/tmp")),
-                                 "Upgrade files detected: (\"a.img\", \"b.img\")",
+                                {tmpChangedLine(), "Upgrade files detected: (\"a.img\", \"b.img\")",
                                  "system( \"setup_script enter\" )"}));
         QVERIFY(panel._upgrading);
         QVERIFY(panel._active);
@@ -622,10 +627,9 @@ private Q_SLOTS:
 
         // Files still there after the re-read: keep waiting.
         MessageRecorder again;
-        panel.onSystemUpgrade(_sandbox->hostPath("/tmp"));
+        tmpChanged(panel);
         QCOMPARE(again.messages(),
-                 QStringList({QStringLiteral("Path that changed = \"%1\"").arg(_sandbox->hostPath("/tmp")),
-                              "Upgrade in progress: upgradeFiles = (\"a.img\", \"b.img\")"}));
+                 QStringList({tmpChangedLine(), "Upgrade in progress: upgradeFiles = (\"a.img\", \"b.img\")"}));
         QVERIFY(panel._upgrading);
     }
 
@@ -636,7 +640,7 @@ private Q_SLOTS:
         panel.onTimerEnterSetup();
         panel.pcb_update_font_dimensions(6, 13);
         QVERIFY(_sandbox->writeFile("/tmp/a.img", "x"));
-        panel.onSystemUpgrade(_sandbox->hostPath("/tmp"));
+        tmpChanged(panel);
         QCOMPARE(_sandbox->calls(), QStringList({"setup_script enter", "setup_script enter"}));
         // Already active: the user's font is not read again.
         QCOMPARE(panel._saved_font_width, 6);
@@ -648,12 +652,12 @@ private Q_SLOTS:
         QVERIFY(_sandbox->writeFile("/tmp/a.img", "x"));
         Setup_Panel panel("setup_script");
         stopWatching(panel);
-        panel.onSystemUpgrade(_sandbox->hostPath("/tmp"));
+        tmpChanged(panel);
         QVERIFY(_sandbox->removeFile("/tmp/a.img"));
         _sandbox->clearCalls();
         const int mark = settle(panel);
         QTest::ignoreMessage(QtDebugMsg, "Upgrade has finished - relinquishing control.");
-        panel.onSystemUpgrade(_sandbox->hostPath("/tmp"));
+        tmpChanged(panel);
         QVERIFY(!panel._upgrading);
         QVERIFY(!panel._active);
         QCOMPARE(panel._state, int(Setup_Panel::st_reboot));
@@ -670,7 +674,7 @@ private Q_SLOTS:
         QVERIFY(_sandbox->writeFile("/tmp/a.img", "x"));
         Setup_Panel panel("setup_script");
         stopWatching(panel);
-        panel.onSystemUpgrade(_sandbox->hostPath("/tmp"));
+        tmpChanged(panel);
         QVERIFY(panel._upgrading);
         _sandbox->clearCalls();
 
@@ -688,7 +692,7 @@ private Q_SLOTS:
                 if (text.startsWith("Upgrade in progress:"))
                     sandbox->removeFile("/tmp/a.img");
             });
-        panel.onSystemUpgrade(_sandbox->hostPath("/tmp"));
+        tmpChanged(panel);
         qInstallMessageHandler(previous);
 
         QVERIFY(containsInOrder(logged, {"Upgrade in progress: upgradeFiles = (\"a.img\")",
