@@ -9,42 +9,31 @@
 // length other than 16 consumes what is there and ends the segment), and each
 // one then goes through a fresh page tree with a recording callback, which
 // must never be handed a command that the button driver cannot decode.
+#include "FuzzTarget.h"
 #include "pages/Page_Main.h"
 #include "pages/Page_Testing.h"
-#include "pages/Param.h"
 #include "qcollector/QCollectorClient.h"
+#include "support/AddressEditors.h"
+#include "support/FreePort.h"
 #include "support/RecordingCallback.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
-#include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QtEndian>
 
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
 
 using collector::CollectorMsg;
+using fuzztarget::check;
 
 namespace {
 
-QTemporaryDir *root = nullptr;
+TestRoot *root = nullptr;
 int wrongSizeMessages = 0;
-
-void check(bool condition, const char *what)
-{
-    if (condition)
-        return;
-    fprintf(stderr, "fuzz_collector_stream: %s\n", what);
-    abort();
-}
 
 // Debug lines are dropped (millions would only slow the run); the collector
 // client's critical line is counted against the framing rules.
@@ -56,22 +45,15 @@ void messageHandler(QtMsgType type, const QMessageLogContext &, const QString &t
         abort();
 }
 
-void writeFile(const QString &devicePath, const QByteArray &content)
-{
-    const QString path = root->path() + devicePath;
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    check(file.open(QIODevice::WriteOnly | QIODevice::Truncate), "cannot write the sandbox");
-    file.write(content);
-}
-
 // The files the pages read at creation, the same before every input.
 void resetFiles()
 {
-    writeFile("/opt/kd5820m/version", "kd5820m version 4.5.6\n");
-    writeFile("/etc/kd5820m/launcher.cfg", "[setup]\nbutton1=24\nbutton2=25\n[psu]\nredundant=0\n");
-    writeFile("/etc/kd5820m/buttonlevel", "lcd 100\nscr 60\n");
-    writeFile("/etc/network/interfaces", "auto lo\niface lo inet loopback\n");
+    const bool written =
+        root->writeFile("/opt/kd5820m/version", "kd5820m version 4.5.6\n")
+        && root->writeFile("/etc/kd5820m/launcher.cfg", "[setup]\nbutton1=24\nbutton2=25\n[psu]\nredundant=0\n")
+        && root->writeFile("/etc/kd5820m/buttonlevel", "lcd 100\nscr 60\n")
+        && root->writeFile("/etc/network/interfaces", "auto lo\niface lo inet loopback\n");
+    check(written, "cannot write the sandbox");
 }
 
 // The framing rules, segment by segment: the records that must come out.
@@ -130,14 +112,9 @@ void runPageTree(const std::vector<CollectorMsg> &records)
         return;
     resetFiles();
     RecordingCallback cb;
-    std::vector<std::unique_ptr<Param_Quad>> editors;
-    std::vector<Param *> params;
-    for (const char *label : {"IP", "Mask", "Broad\ncast", "Gate\nway"}) {
-        editors.push_back(std::make_unique<Param_Quad>(&cb, QString::fromLatin1(label)));
-        params.push_back(editors.back().get());
-    }
+    AddressEditors editors(&cb);
     {
-        Page_Main tree(&cb, &params);
+        Page_Main tree(&cb, editors.params());
         tree.onEnter();
         for (const CollectorMsg &msg : records) {
             // As the controller does: the page that the main page records as current.
@@ -164,25 +141,11 @@ void runPageTree(const std::vector<CollectorMsg> &records)
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {
-    static int qtArgc = 1;
-    static QCoreApplication app(qtArgc, *argv);
     (void)argc;
-    qInstallMessageHandler(messageHandler);
-
-    const QFileInfo shm(QStringLiteral("/dev/shm"));
-    root = new QTemporaryDir((shm.isDir() && shm.isWritable() ? shm.filePath() : QDir::tempPath())
-                             + QStringLiteral("/fuzz-collector-XXXXXX"));
-    check(root->isValid(), "no temporary directory");
-    qputenv("PANEL_SETUP_ROOT", root->path().toLocal8Bit());
-    for (const char *font : {"6x13.pcf.gz", "8x13.pcf.gz", "10x20.pcf.gz"})
-        writeFile(QStringLiteral("/opt/kd5820m/fonts/") + font, "font");
-
+    root = &fuzztarget::start("fuzz_collector_stream", *argv, messageHandler);
+    check(root->writeFonts({"6x13.pcf.gz", "8x13.pcf.gz", "10x20.pcf.gz"}), "cannot write the sandbox");
     // The client's own connection attempts go to a port that refuses them.
-    static QTcpServer reserve;
-    check(reserve.listen(QHostAddress::LocalHost), "cannot reserve a port");
-    const quint16 port = reserve.serverPort();
-    reserve.close();
-    qputenv("PANEL_SETUP_COLLECTOR_PORT", QByteArray::number(port));
+    check(setFreePort("PANEL_SETUP_COLLECTOR_PORT") != 0, "cannot reserve a port");
     return 0;
 }
 

@@ -4,45 +4,24 @@
 // button-level file, the version file and the launcher configuration, and
 // each reader runs over it. Besides not crashing, what they return must keep
 // the shapes the rest of the program relies on.
+#include "FuzzTarget.h"
 #include "netutil/NetUtil.h"
 #include "pages/ButtonLevelFile.h"
 #include "panel/LauncherConfig.h"
 #include "panel/VersionFile.h"
 
-#include <QCoreApplication>
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
-
-#include <cstdio>
-#include <cstdlib>
 #include <vector>
+
+using fuzztarget::check;
 
 namespace {
 
-QTemporaryDir *root = nullptr;
-
-void check(bool condition, const char *what)
-{
-    if (condition)
-        return;
-    fprintf(stderr, "fuzz_settings_files: %s\n", what);
-    abort();
-}
+TestRoot *root = nullptr;
 
 void quiet(QtMsgType type, const QMessageLogContext &, const QString &)
 {
     if (type == QtFatalMsg)
         abort();
-}
-
-void writeFile(const QString &devicePath, const QByteArray &content)
-{
-    const QString path = root->path() + devicePath;
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    check(file.open(QIODevice::WriteOnly | QIODevice::Truncate), "cannot write the sandbox");
-    check(file.write(content) == content.size(), "short write to the sandbox");
 }
 
 // A value read from a "keyword value" line: one blank-free word.
@@ -56,15 +35,8 @@ bool isWord(const QString &value)
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {
-    static int qtArgc = 1;
-    static QCoreApplication app(qtArgc, *argv);
     (void)argc;
-    qInstallMessageHandler(quiet);
-    const QFileInfo shm(QStringLiteral("/dev/shm"));
-    root = new QTemporaryDir((shm.isDir() && shm.isWritable() ? shm.filePath() : QDir::tempPath())
-                             + QStringLiteral("/fuzz-settings-XXXXXX"));
-    check(root->isValid(), "no temporary directory");
-    qputenv("PANEL_SETUP_ROOT", root->path().toLocal8Bit());
+    root = &fuzztarget::start("fuzz_settings_files", *argv, quiet);
     return 0;
 }
 
@@ -73,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QByteArray content(reinterpret_cast<const char *>(data), int(size));
     for (const char *path : {"/etc/network/interfaces", "/etc/kd5820m/buttonlevel",
                              "/opt/kd5820m/version", "/etc/kd5820m/launcher.cfg"})
-        writeFile(QString::fromLatin1(path), content);
+        check(root->writeFile(QString::fromLatin1(path), content), "cannot write the sandbox");
 
     std::vector<QString> addresses(8, QStringLiteral("unset"));
     NetUtil::readInterfacesFile(addresses);
