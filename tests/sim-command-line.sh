@@ -30,6 +30,22 @@ run() {
 has() {
     grep -qF -- "$1" "$work/out" || fail "no line with: $1"
 }
+# listen [panel-sim options]: panel-sim --listen-only in the background
+# (sim_pid); returns with its line that tells how to start the daemon (line).
+# The output file is emptied here, not only by the background shell, which may
+# run later than the wait: the wait would then read the previous run's line
+# and its ports.
+listen() {
+    : >"$work/out"
+    "$sim" --listen-only "$@" >"$work/out" 2>&1 &
+    sim_pid=$!
+    tries=50
+    while ! grep -q "waiting for a daemon started by hand" "$work/out" && [ $tries -gt 0 ]; do
+        sleep 0.1
+        tries=$((tries - 1))
+    done
+    line=$(grep "waiting for a daemon started by hand" "$work/out") || fail "no waiting line"
+}
 
 # An unmet expectation: status 1, the line, what is there, the whole panel.
 run 1 'write /mnt/flashdisk/etc/network/start_setup_program ""\nexpect line 0 0 "SETUP" highlighted\nexpect line 0 1 "NOPE" within 300ms\n'
@@ -74,14 +90,7 @@ echo "ok: sandbox root"
 # --listen-only: the daemon is started by hand with what panel-sim prints.
 printf 'write /mnt/flashdisk/etc/network/start_setup_program ""\nstart\nexpect line 0 0 "SETUP" highlighted within 10s\nturn menu +1\nexpect line 0 1 "TESTING" highlighted\n' \
     >"$work/listen.sim"
-"$sim" --listen-only --root "$work/listen" --script "$work/listen.sim" >"$work/out" 2>&1 &
-sim_pid=$!
-tries=50
-while ! grep -q "waiting for a daemon started by hand" "$work/out" && [ $tries -gt 0 ]; do
-    sleep 0.1
-    tries=$((tries - 1))
-done
-line=$(grep "waiting for a daemon started by hand" "$work/out") || fail "no waiting line"
+listen --root "$work/listen" --script "$work/listen.sim"
 env_words=$(echo "$line" | sed 's/.*started by hand with //')
 (eval "exec env $env_words '$daemon'" >"$work/daemon.out" 2>&1) &
 daemon_pid=$!
@@ -95,14 +104,8 @@ echo "ok: listen-only"
 # Bad commands from a driver client are warnings, never a crash: an unknown
 # code, a screen that does not exist, a length no command can have.
 printf 'start\nwait 1s\ndump\nexpect calls\n' >"$work/peer.sim"
-"$sim" --listen-only --script "$work/peer.sim" >"$work/out" 2>&1 &
-sim_pid=$!
-tries=50
-while ! grep -q "waiting for a daemon started by hand" "$work/out" && [ $tries -gt 0 ]; do
-    sleep 0.1
-    tries=$((tries - 1))
-done
-ports=$(sed -n 's/.*PANEL_SETUP_COLLECTOR_PORT=\([0-9]*\) PANEL_SETUP_DRIVER_PORT=\([0-9]*\).*/\1 \2/p' "$work/out")
+listen --script "$work/peer.sim"
+ports=$(echo "$line" | sed -n 's/.*PANEL_SETUP_COLLECTOR_PORT=\([0-9]*\) PANEL_SETUP_DRIVER_PORT=\([0-9]*\).*/\1 \2/p')
 [ -n "$ports" ] || fail "no ports printed"
 bash -c 'exec 3<>"/dev/tcp/127.0.0.1/$1" 4<>"/dev/tcp/127.0.0.1/$2"
          printf "\000\000\000\010\000\000\000\143\000\000\000\000" >&4
