@@ -1,6 +1,7 @@
 #include "BenchLink.h"
 
 #include "BenchProcess.h"
+#include "FakeCollector.h"
 
 #include "buttondriver/KVB_Messages.h"
 #include "qcollector/CollectorMsg.h"
@@ -41,14 +42,7 @@ timespec toTimespec(qint64 ns)
 // The 20-byte collector frame of a menu-shaft turn.
 QByteArray turnFrame(qint32 delta)
 {
-    char *record = nullptr;
-    int size = 0;
-    collector::CollectorMsg::shaft(collector::TFT_MENU_SHAFT, delta).pack(&record, &size);
-    char length[4];
-    qToBigEndian<quint32>(quint32(size), length);
-    QByteArray frame = QByteArray(length, 4) + QByteArray(record, size);
-    delete[] record;
-    return frame;
+    return FakeCollector::frame(collector::CollectorMsg::shaft(collector::TFT_MENU_SHAFT, delta));
 }
 
 const QByteArray &upFrame()
@@ -191,18 +185,27 @@ bool Link::readCommands(int count, int timeoutMs, std::vector<QByteArray> *comma
     return int(commands->size()) >= count;
 }
 
-bool Link::flushPending()
+template <typename Call> ssize_t Link::transfer(Call call)
 {
-    while (!_tx.isEmpty()) {
-        const ssize_t n = write(_collectorFd, _tx.constData(), size_t(_tx.size()));
+    for (;;) {
+        const ssize_t n = call();
+        if (n > 0)
+            return n;
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
-            return true;
-        if (n <= 0) {
-            _broken = true;
-            return false;
-        }
+            return 0;
+        _broken = true;
+        return -1;
+    }
+}
+
+bool Link::flushPending()
+{
+    while (!_tx.isEmpty()) {
+        const ssize_t n = transfer([this] { return write(_collectorFd, _tx.constData(), size_t(_tx.size())); });
+        if (n <= 0)
+            return n == 0;
         _tx.remove(0, int(n));
     }
     return true;
@@ -213,15 +216,9 @@ bool Link::receive(std::vector<qint64> *sendNs, PhaseResult *result, qint64 *pro
 {
     char buffer[64 * 1024];
     for (;;) {
-        const ssize_t n = read(_driverFd, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
-            return true;
-        if (n <= 0) {
-            _broken = true;
-            return false;
-        }
+        const ssize_t n = transfer([this, &buffer] { return read(_driverFd, buffer, sizeof buffer); });
+        if (n <= 0)
+            return n == 0;
         const qint64 arrived = nowNs();
         *progressNs = arrived;
         _rx.append(buffer, int(n));

@@ -125,6 +125,10 @@ private:
     bool receive(std::vector<qint64> *sendNs, PhaseResult *result, qint64 *progressNs,
                  std::vector<QByteArray> *raw = nullptr);
     bool flushPending();
+    // One read() or write() of the non-blocking sockets, again when a signal
+    // cut it short: the bytes moved, 0 when the socket would block, -1 when
+    // the stream is closed or broken (then marked so).
+    template <typename Call> ssize_t transfer(Call call);
 
     int _collectorFd;
     int _driverFd;
