@@ -5,6 +5,7 @@
 #include "PanelModel.h"
 #include "Sandbox.h"
 #include "buttondriver/KVB_Messages.h"
+#include "support/TestRoot.h"
 
 #include <QFile>
 #include <QProcess>
@@ -13,6 +14,12 @@
 #include <QtTest>
 
 using namespace buttondriver;
+
+namespace {
+
+const char *const LevelFile = "/etc/kd5820m/buttonlevel";
+
+} // namespace
 
 class TestFakePeers : public QObject
 {
@@ -51,14 +58,21 @@ private:
             QVERIFY(file.setPermissions(file.permissions() | QFile::ExeOwner));
     }
 
+    // A client of the peer, connected once the peer has taken it.
+    static void connectClient(LoopbackPeer &peer, QTcpSocket &socket)
+    {
+        socket.connectToHost(QHostAddress::LocalHost, peer.port());
+        QVERIFY(socket.waitForConnected(2000));
+        QTRY_COMPARE(peer.clientCount(), 1);
+    }
+
     // The button-level file is read under PANEL_SETUP_ROOT, fixed at first use.
-    QTemporaryDir _levelRoot;
+    TestRoot _levelRoot;
 
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(_levelRoot.isValid());
-        qputenv("PANEL_SETUP_ROOT", QFile::encodeName(_levelRoot.path()));
+        QVERIFY(_levelRoot.install());
     }
 
     void modelTextLinesAndClears()
@@ -213,16 +227,14 @@ private Q_SLOTS:
 
     void driverReadsTheLevelFileOnAnUpdate()
     {
-        QFile::remove(_levelRoot.path() + "/etc/kd5820m/buttonlevel");
+        QFile::remove(_levelRoot.hostPath(LevelFile));
         FakeButtonDriver driver;
         QVERIFY(driver.start());
         QTcpSocket socket;
-        socket.connectToHost(QHostAddress::LocalHost, driver.port());
-        QVERIFY(socket.waitForConnected(2000));
-        QTRY_COMPARE(driver.clientCount(), 1);
+        connectClient(driver, socket);
 
         // Off by default: an update is counted, no level read.
-        writeTemplateFile(_levelRoot.path() + "/etc/kd5820m/buttonlevel", "lcd 70\nscr 40\n");
+        QVERIFY(_levelRoot.writeFile(LevelFile, "lcd 70\nscr 40\n"));
         socket.write(framed(KVB_Cmd10()));
         QTRY_COMPARE(driver.panel().levelUpdates(), 1);
         QCOMPARE(driver.panel().tftLevel(), -1);
@@ -234,7 +246,7 @@ private Q_SLOTS:
         QCOMPARE(driver.panel().keyLightLevel(), 70);
 
         // A value that is no number gives no level.
-        writeTemplateFile(_levelRoot.path() + "/etc/kd5820m/buttonlevel", "scr dim\nlcd 5\n");
+        QVERIFY(_levelRoot.writeFile(LevelFile, "scr dim\nlcd 5\n"));
         socket.write(framed(KVB_Cmd10()));
         QTRY_COMPARE(driver.panel().levelUpdates(), 3);
         QCOMPARE(driver.panel().tftLevel(), -1);
@@ -251,9 +263,7 @@ private Q_SLOTS:
         FakeButtonDriver driver;
         QVERIFY(driver.start());
         QTcpSocket socket;
-        socket.connectToHost(QHostAddress::LocalHost, driver.port());
-        QVERIFY(socket.waitForConnected(2000));
-        QTRY_COMPARE(driver.clientCount(), 1);
+        connectClient(driver, socket);
 
         const QByteArray text = framed(KVB_DrawText(1, 0, "SETUP", 1));
         socket.write(text.left(5));
@@ -296,9 +306,7 @@ private Q_SLOTS:
         const quint16 port = collector.port();
         QVERIFY(port != 0);
         QTcpSocket socket;
-        socket.connectToHost(QHostAddress::LocalHost, port);
-        QVERIFY(socket.waitForConnected(2000));
-        QTRY_COMPARE(collector.clientCount(), 1);
+        connectClient(collector, socket);
 
         collector.sendKey(28, 1);
         collector.sendShaft(4, -1);
