@@ -12,6 +12,7 @@
 #include <memory>
 
 using collector::CollectorMsg;
+using menuevents::pauseTurning;
 using menuevents::turn;
 using menuevents::select;
 using menuevents::back;
@@ -124,12 +125,6 @@ struct Fixture
         newLog();
     }
 };
-
-// Lets the editors' shared redraw clock run out, so the next turn redraws.
-void pauseTurning()
-{
-    QTest::qWait(260);
-}
 
 } // namespace
 

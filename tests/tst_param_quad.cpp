@@ -9,6 +9,7 @@
 #include <climits>
 
 using collector::CollectorMsg;
+using menuevents::pauseTurning;
 using menuevents::turn;
 
 namespace {
@@ -32,12 +33,6 @@ QByteArray feed(Param_Quad *quad, const CollectorMsg &msg, QStringList *log = nu
     if (log)
         *log = recorder.messages();
     return printed;
-}
-
-// Lets the editors' shared redraw clock run out, so the next turn redraws.
-void pauseTurning()
-{
-    QTest::qWait(260);
 }
 
 } // namespace

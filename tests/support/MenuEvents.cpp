@@ -1,5 +1,7 @@
 #include "support/MenuEvents.h"
 
+#include <QTest>
+
 namespace menuevents {
 
 collector::CollectorMsg turn(int delta)
@@ -15,6 +17,11 @@ collector::CollectorMsg select(int value)
 collector::CollectorMsg back(int value)
 {
     return collector::CollectorMsg::key(2, value);
+}
+
+void pauseTurning()
+{
+    QTest::qWait(260);
 }
 
 } // namespace menuevents

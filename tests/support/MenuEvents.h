@@ -12,6 +12,10 @@ collector::CollectorMsg turn(int delta);
 collector::CollectorMsg select(int value = 1);
 collector::CollectorMsg back(int value = 1);
 
+// Waits until the address editors' shared redraw clock (200 ms) has run out,
+// so that the next turn redraws at once.
+void pauseTurning();
+
 } // namespace menuevents
 
 #endif // MENUEVENTS_H
