@@ -1,6 +1,7 @@
 #include "pages/Page_GPIOTest.h"
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
+#include "support/TestPageDrawings.h"
 
 #include <QtTest>
 
@@ -12,15 +13,6 @@ class TestPageGPIOTest : public QObject
 {
     Q_OBJECT
 
-private:
-    static QStringList allOff()
-    {
-        QStringList lines;
-        for (int n = 0; n < 8; ++n)
-            lines << QStringLiteral("text 2 %1 0 GPI %1: OFF").arg(n);
-        return lines;
-    }
-
 private Q_SLOTS:
     void enteringShowsEveryInputOff()
     {
@@ -28,7 +20,7 @@ private Q_SLOTS:
         RecordingPage parent(&cb);
         Page_GPIOTest page(&cb, &parent);
         page.onEnter();
-        QCOMPARE(cb.takeJournal(), allOff());
+        QCOMPARE(cb.takeJournal(), testpagedrawings::gpiTestEntry());
         QCOMPARE(cb.takeJournal(), QStringList()); // nothing more
         QCOMPARE(cb.undecodableCount(), 0);
     }
@@ -95,7 +87,7 @@ private Q_SLOTS:
         page.collectorMsg(CollectorMsg::gpi(6, 1));
         cb.clear();
         page.onEnter();
-        QCOMPARE(cb.takeJournal(), allOff());
+        QCOMPARE(cb.takeJournal(), testpagedrawings::gpiTestEntry());
     }
 
     void keyTwoPressGoesBack()

@@ -2,6 +2,7 @@
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
+#include "support/TestPageDrawings.h"
 
 #include <QElapsedTimer>
 #include <QtTest>
@@ -22,7 +23,7 @@ QStringList keyLines(int k, int down, int up)
             QStringLiteral("leds %1 %2 0").arg(k).arg(down % 2)};
 }
 
-const QStringList entryLines = keyLines(0, 0, 0) + QStringList{allOff};
+const QStringList entryLines = testpagedrawings::keyTestEntry();
 
 QString opposite(const QString &tick)
 {

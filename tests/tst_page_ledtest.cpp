@@ -3,6 +3,7 @@
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
+#include "support/TestPageDrawings.h"
 
 #include <QtTest>
 
@@ -14,12 +15,7 @@ using menuevents::select;
 
 namespace {
 
-const QStringList allLedsOff{"led2 0 0", "led2 1 0", "led 2 0", "led 1 0", "led 0 0"};
-
-const QStringList entryLines = allLedsOff
-    + QStringList{"text 2 0 0 Select LED and ", "text 2 1 0 toggle state: ", "text 2 2 0 ",
-                  "text 2 3 1 PSU: FAIL",       "text 2 4 0 AUX: FAIL",      "text 2 5 0 FAULT: OFF",
-                  "text 2 6 0 WARNING: OFF",    "text 2 7 0 COMM: OFF"};
+const QStringList entryLines = testpagedrawings::ledTestEntry();
 
 } // namespace
 

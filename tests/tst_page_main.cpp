@@ -4,6 +4,7 @@
 #include "support/MenuEvents.h"
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
+#include "support/TestPageDrawings.h"
 #include "support/TestRoot.h"
 
 #include <QFile>
@@ -18,7 +19,7 @@ using menuevents::select;
 
 namespace {
 
-const QStringList ledsOff{"led2 0 0", "led2 1 0", "led 2 0", "led 1 0", "led 0 0"};
+const QStringList ledsOff = testpagedrawings::statusLedsOff();
 
 // The whole main menu, "SETUP" selected, with the version text last.
 QStringList wholeMenu(const QString &version)

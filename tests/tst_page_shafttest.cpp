@@ -2,6 +2,7 @@
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
+#include "support/TestPageDrawings.h"
 
 #include <QtTest>
 
@@ -40,9 +41,7 @@ private Q_SLOTS:
         RecordingPage parent(&cb);
         Page_ShaftTest page(&cb, &parent);
         page.onEnter();
-        QStringList expected{"leds -1 0 0", "clear 2"};
-        for (int n = 0; n < 6; ++n)
-            expected << shaftLine(n, 0, 0, 0);
+        const QStringList expected = testpagedrawings::shaftTestEntry();
         QCOMPARE(cb.takeJournal(), expected);
         QCOMPARE(expected.at(3), QString("text 2 1 0 0: 0, 0, 0"));
         QCOMPARE(expected.at(13), QString("text 2 6 0 5: 0, 0, 0"));
@@ -157,9 +156,7 @@ private Q_SLOTS:
         page.collectorMsg(CollectorMsg::key(7, 1));  // leaves
         cb.clear();
         page.onEnter();
-        QStringList expected{"leds -1 0 0", "clear 2"};
-        for (int n = 0; n < 6; ++n)
-            expected << shaftLine(n, 0, 0, 0);
+        const QStringList expected = testpagedrawings::shaftTestEntry();
         QCOMPARE(cb.takeJournal(), expected);
         // The select key is swallowed again after the new entry.
         page.collectorMsg(CollectorMsg::key(28, 0));

@@ -3,6 +3,7 @@
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 #include "support/RecordingPage.h"
+#include "support/TestPageDrawings.h"
 
 #include <QtTest>
 
@@ -27,39 +28,6 @@ CollectorMsg makeEvent(quint32 kind, qint32 id, qint32 value, qint32 delta = 0)
 const QStringList freshMenu{"batch 1",           "clear 2",           "text 1 0 1 SHAFTS",
                             "text 1 1 0 KEYS",   "text 1 2 0 GPIs",   "text 1 3 0 LEDs"};
 const QStringList detailCleared{"batch 1", "clear 2"};
-
-QStringList shaftTestEntry()
-{
-    QStringList lines{"leds -1 0 0", "clear 2"};
-    for (int n = 0; n < 6; ++n)
-        lines << "text 2 0 0 Shaft Test" << QStringLiteral("text 2 %1 0 %2: 0, 0, 0").arg(n + 1).arg(n);
-    return lines;
-}
-
-QStringList gpiTestEntry()
-{
-    QStringList lines;
-    for (int n = 0; n < 8; ++n)
-        lines << QStringLiteral("text 2 %1 0 GPI %1: OFF").arg(n);
-    return lines;
-}
-
-const QStringList keyTestEntry{"text 2 0 0 Key Test", "text 2 1 0 btid 0 down 0", "text 2 2 0 btid 0 up 0",
-                               "leds 0 0 0", "leds -1 0 0"};
-
-const QStringList ledTestEntry{"led2 0 0",
-                               "led2 1 0",
-                               "led 2 0",
-                               "led 1 0",
-                               "led 0 0",
-                               "text 2 0 0 Select LED and ",
-                               "text 2 1 0 toggle state: ",
-                               "text 2 2 0 ",
-                               "text 2 3 1 PSU: FAIL",
-                               "text 2 4 0 AUX: FAIL",
-                               "text 2 5 0 FAULT: OFF",
-                               "text 2 6 0 WARNING: OFF",
-                               "text 2 7 0 COMM: OFF"};
 
 } // namespace
 
@@ -151,7 +119,7 @@ private Q_SLOTS:
         QCOMPARE(page.prevSubmenuValue(), -1);
         cb.clear();
         page.collectorMsg(select());
-        QCOMPARE(cb.takeJournal(), ledTestEntry);
+        QCOMPARE(cb.takeJournal(), testpagedrawings::ledTestEntry());
         QCOMPARE(page.currentPage(), page.ledTestPage());
     }
 
@@ -164,7 +132,7 @@ private Q_SLOTS:
         cb.clear();
 
         page.collectorMsg(select());
-        QCOMPARE(cb.takeJournal(), shaftTestEntry());
+        QCOMPARE(cb.takeJournal(), testpagedrawings::shaftTestEntry());
         QVERIFY(page.currentPage() != &page);
         page.collectorMsg(CollectorMsg::key(5, 1)); // shaft test: back
         QCOMPARE(cb.takeJournal(), detailCleared);
@@ -173,21 +141,21 @@ private Q_SLOTS:
         page.collectorMsg(turn(1));
         cb.clear();
         page.collectorMsg(select());
-        QCOMPARE(cb.takeJournal(), keyTestEntry);
+        QCOMPARE(cb.takeJournal(), testpagedrawings::keyTestEntry());
         page.collectorMsg(CollectorMsg::key(24, 1)); // key test: back
         QCOMPARE(cb.takeJournal(), QStringList{"leds -1 0 0"} + detailCleared);
 
         page.collectorMsg(turn(1));
         cb.clear();
         page.collectorMsg(select());
-        QCOMPARE(cb.takeJournal(), gpiTestEntry());
+        QCOMPARE(cb.takeJournal(), testpagedrawings::gpiTestEntry());
         page.collectorMsg(CollectorMsg::key(2, 1)); // GPI test: back
         QCOMPARE(cb.takeJournal(), detailCleared);
 
         page.collectorMsg(turn(1));
         cb.clear();
         page.collectorMsg(select());
-        QCOMPARE(cb.takeJournal(), ledTestEntry);
+        QCOMPARE(cb.takeJournal(), testpagedrawings::ledTestEntry());
         page.collectorMsg(CollectorMsg::key(2, 1)); // LED test: back
         QCOMPARE(cb.takeJournal(), detailCleared);
         QCOMPARE(page.currentPage(), &page);
@@ -359,7 +327,7 @@ private Q_SLOTS:
         RecordingCallback cb;
         Page_Testing page(&cb, nullptr);
         page.ledTestPage()->setLed(-1, 0);
-        QCOMPARE(cb.takeJournal(), (QStringList{"led2 0 0", "led2 1 0", "led 2 0", "led 1 0", "led 0 0"}));
+        QCOMPARE(cb.takeJournal(), testpagedrawings::statusLedsOff());
     }
 };
 

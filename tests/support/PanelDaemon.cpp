@@ -1,6 +1,7 @@
 #include "support/PanelDaemon.h"
 
 #include "support/RecordingCallback.h"
+#include "support/TestPageDrawings.h"
 
 #include <QElapsedTimer>
 #include <QSettings>
@@ -129,19 +130,16 @@ QStringList PanelDaemon::commands(int from) const
 
 QStringList PanelDaemon::firstMainMenuCommands()
 {
-    return {"clear 0",           "clear 1",         "clear 2",          "leds -1 0 0",
-            "led2 0 0",          "led2 1 0",        "led 2 0",          "led 1 0",
-            "led 0 0",           "text 0 0 1 SETUP", "text 0 1 0 TESTING", "text 0 2 0 INTENSITY",
-            "text 0 3 0 EXIT",   "text 0 4 0 ",     "text 0 5 0 REBOOT", "text 0 6 0 SHUTDOWN",
-            "text 0 7 0 V=1.2.3"};
+    return QStringList{"clear 0", "clear 1", "clear 2", "leds -1 0 0"} + testpagedrawings::statusLedsOff()
+        + QStringList{"text 0 0 1 SETUP", "text 0 1 0 TESTING", "text 0 2 0 INTENSITY", "text 0 3 0 EXIT",
+                      "text 0 4 0 ",      "text 0 5 0 REBOOT",  "text 0 6 0 SHUTDOWN",  "text 0 7 0 V=1.2.3"};
 }
 
 QStringList PanelDaemon::mainMenuReturnCommands(int selected, int previous)
 {
     static const QStringList items = {"SETUP", "TESTING", "INTENSITY", "EXIT",
                                       "",      "REBOOT",  "SHUTDOWN",  "V=1.2.3"};
-    QStringList lines = {"clear 1",  "clear 2", "leds -1 0 0", "led2 0 0",
-                         "led2 1 0", "led 2 0", "led 1 0",     "led 0 0"};
+    QStringList lines = QStringList{"clear 1", "clear 2", "leds -1 0 0"} + testpagedrawings::statusLedsOff();
     lines << QStringLiteral("text 0 %1 1 %2").arg(selected).arg(items.value(selected));
     if (previous >= 0)
         lines << QStringLiteral("text 0 %1 0 %2").arg(previous).arg(items.value(previous));
