@@ -7,6 +7,7 @@
 #include "Sandbox.h"
 #include "buttondriver/KVB_Messages.h"
 #include "support/MessageRecorder.h"
+#include "support/PanelDaemon.h"
 #include "support/RecordingCallback.h"
 #include "support/StdoutCapture.h"
 
@@ -19,6 +20,7 @@
 #include <memory>
 
 using collector::CollectorMsg;
+using P = PanelDaemon;
 
 class TestSetupPanel : public QObject
 {
@@ -75,17 +77,6 @@ private:
             lines << threeScreens(line, QString());
         return lines;
     }
-
-    static QStringList mainMenuFirstDraw()
-    {
-        return {"clear 0",           "clear 1",          "clear 2",           "leds -1 0 0",
-                "led2 0 0",          "led2 1 0",         "led 2 0",           "led 1 0",
-                "led 0 0",           "text 0 0 1 SETUP", "text 0 1 0 TESTING", "text 0 2 0 INTENSITY",
-                "text 0 3 0 EXIT",   "text 0 4 0 ",      "text 0 5 0 REBOOT",  "text 0 6 0 SHUTDOWN",
-                "text 0 7 0 V=1.2.3"};
-    }
-
-    static QStringList resetPanel() { return {"leds -1 0 0", "clear 0", "clear 1", "clear 2"}; }
 
     int launcherValue(const QString &key) const
     {
@@ -388,7 +379,7 @@ private Q_SLOTS:
         QCOMPARE(_sandbox->calls(), QStringList("setup_script enter"));
         QCOMPARE(launcherValue("font/width"), 8);
         QCOMPARE(launcherValue("font/height"), 13);
-        QCOMPARE(sentUpToMarker(panel, mark), resetPanel() + mainMenuFirstDraw());
+        QCOMPARE(sentUpToMarker(panel, mark), P::resetPanelCommands() + P::firstMainMenuCommands());
         // While active, events go to the page on screen, not to the activation logic.
         const int next = settle(panel);
         panel.collectorMsg(CollectorMsg::key(24, 1));
@@ -421,7 +412,8 @@ private Q_SLOTS:
         panel.pcb_exit_setup();
         QVERIFY(!panel._active);
         QCOMPARE(sentUpToMarker(panel, mark),
-                 resetPanel() + mainMenuFirstDraw() + QStringList("leds -1 0 0") + resetPanel());
+                 P::resetPanelCommands() + P::firstMainMenuCommands() + QStringList("leds -1 0 0")
+                     + P::resetPanelCommands());
     }
 
     void exitSetupRestoresFontAndRunsExitHook()
@@ -440,7 +432,7 @@ private Q_SLOTS:
         QCOMPARE(panel._main_page.menuValue(), -1);
         QCOMPARE(panel._main_page.prevMenuValue(), -1);
         QCOMPARE(panel._main_page.setupPage()->submenuValue(), -1);
-        QCOMPARE(sentUpToMarker(panel, mark), QStringList("leds -1 0 0") + resetPanel());
+        QCOMPARE(sentUpToMarker(panel, mark), QStringList("leds -1 0 0") + P::resetPanelCommands());
 
         // Idle again: the collector's events feed only the activation logic.
         QTRY_COMPARE(_collector.clientCount(), 1);
@@ -552,7 +544,7 @@ private Q_SLOTS:
         QCOMPARE(launcherValue("font/height"), 13);
         QCOMPARE(sentUpToMarker(panel, mark),
                  QStringList({"leds -1 0 0", "leds -1 -1 200"}) + threeScreens(0, "Rebooting")
-                     + threeScreens(1, " Now") + blankRows(2) + resetPanel());
+                     + threeScreens(1, " Now") + blankRows(2) + P::resetPanelCommands());
         // The command follows about 2 s later, from the reboot thread; no exit hook.
         QVERIFY(_sandbox->calls().isEmpty());
         waitForRebootCall(1);
@@ -616,7 +608,7 @@ private Q_SLOTS:
         QCOMPARE(launcherValue("font/width"), 8);
         QCOMPARE(_sandbox->calls(), QStringList("setup_script enter"));
         QCOMPARE(sentUpToMarker(panel, mark),
-                 resetPanel() + resetPanel()
+                 P::resetPanelCommands() + P::resetPanelCommands()
                      + QStringList({"text -1 2 0      Upgrade", "text -1 3 0         In",
                                     "text -1 4 0      Progress", "leds -1 0 0", "leds -1 1 0"}));
 
