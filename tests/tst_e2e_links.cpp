@@ -74,8 +74,31 @@ private Q_SLOTS:
         d.driver.stop();
         QTest::qWait(200);
         QVERIFY(d.driver.start());
-        QCOMPARE(d.step(P::turn(1), 2), turnToTesting());
+
+        // Until the daemon has read the old connection's close, it draws into
+        // that connection and the drawings are lost; after that the next one
+        // connects anew. Turn forth and back until the restarted driver hears
+        // from it, then wait for the last turn's second line, which ends it.
+        const int restarted = d.commandCount();
+        int turns = 0;
+        bool heard = false;
+        while (!heard && turns < 10) {
+            d.collector.send(P::turn(turns % 2 == 0 ? 1 : -1));
+            ++turns;
+            heard = QTest::qWaitFor([&] { return d.commandCount() > restarted; }, 2000);
+        }
+        QVERIFY2(heard, "the restarted driver got no command in 10 turns");
+        const QStringList lastTurn = turns % 2 == 1 ? turnToTesting() : turnBackToSetup();
+        QTRY_COMPARE(d.commands(d.commandCount() - 1), QStringList(lastTurn.constLast()));
         QTRY_COMPARE(d.driver.clientCount(), 1);
+
+        // From here on every drawing arrives.
+        if (turns % 2 == 1)
+            QCOMPARE(d.step(P::turn(-1), 2), turnBackToSetup());
+        QCOMPARE(d.step(P::turn(1), 2), turnToTesting());
+        QCOMPARE(d.step(P::turn(-1), 2), turnBackToSetup());
+        QCOMPARE(d.driver.clientCount(), 1);
+        QVERIFY(d.isRunning());
     }
 
     void hostileAndSplitFrames()
