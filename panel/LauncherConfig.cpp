@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QList>
+#include <QMap>
 #include <QPair>
 #include <QSettings>
 #include <QTemporaryFile>
@@ -24,23 +25,31 @@ bool readable(const QSettings &settings)
     return QFileInfo::exists(settings.fileName()) && settings.status() == QSettings::NoError;
 }
 
+using Values = QMap<QString, QVariant>;
+
+Values valuesOf(const QString &fileName)
+{
+    const QSettings settings(fileName, QSettings::IniFormat);
+    Values values;
+    for (const QString &key : settings.allKeys())
+        values.insert(key, settings.value(key));
+    return values;
+}
+
 // The file `fileName`, read from disk, holds the keys of `before` with their
 // values, the changed keys with their new values, and nothing else.
-bool holds(const QString &fileName, const QSettings &before, const Changes &changes)
+bool holds(const QString &fileName, Values before, const Changes &changes)
 {
+    for (const auto &change : changes)
+        before.insert(change.first, change.second);
     const QSettings after(fileName, QSettings::IniFormat);
-    QStringList kept = before.allKeys();
-    for (const auto &change : changes) {
-        kept.removeAll(change.first);
-        bool ok = false;
-        if (after.value(change.first).toInt(&ok) != change.second || !ok)
+    if (after.status() != QSettings::NoError || after.allKeys().size() != before.size())
+        return false;
+    for (auto it = before.cbegin(); it != before.cend(); ++it) {
+        if (after.value(it.key()).toString() != it.value().toString())
             return false;
     }
-    for (const QString &key : kept) {
-        if (after.value(key) != before.value(key))
-            return false;
-    }
-    return after.status() == QSettings::NoError && after.allKeys().size() == kept.size() + changes.size();
+    return true;
 }
 
 bool renameOver(const QString &from, const QString &to)
@@ -66,6 +75,9 @@ bool changeThroughCopy(const QSettings &file, const Changes &changes)
     if (!copy.open() || copy.write(bytes) != bytes.size() || !copy.flush()
         || !copy.setPermissions(original.permissions()))
         return false;
+    // Taken from the fresh copy: QSettings' cache of the real file can be stale
+    // when two saves replaced it within its time resolution.
+    const Values before = valuesOf(copy.fileName());
     {
         QSettings settings(copy.fileName(), QSettings::IniFormat);
         for (const auto &change : changes)
@@ -78,7 +90,7 @@ bool changeThroughCopy(const QSettings &file, const Changes &changes)
     // for as long as the file's size and time match, however short the file.
     QTemporaryFile written(path + QStringLiteral(".XXXXXX"));
     if (!written.open() || !renameOver(copy.fileName(), written.fileName())
-        || !holds(written.fileName(), file, changes))
+        || !holds(written.fileName(), before, changes))
         return false;
     QFile result(written.fileName());
     return result.open(QIODevice::ReadOnly) && ::fsync(result.handle()) == 0
