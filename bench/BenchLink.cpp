@@ -254,32 +254,32 @@ bool Link::receive(std::vector<qint64> *sendNs, PhaseResult *result, qint64 *pro
     }
 }
 
-PhaseResult Link::run(const PhaseSpec &spec)
+PhaseResult Link::run(const PhaseSpec &phase)
 {
     PhaseResult result;
-    result.events = spec.events;
-    result.commandsExpected = 2LL * spec.events;
+    result.events = phase.events;
+    result.commandsExpected = 2LL * phase.events;
     // What an earlier phase still waited for is gone for good.
     _expected.clear();
     if (_broken) {
         result.lost = result.commandsExpected;
         return result;
     }
-    std::vector<qint64> sendNs(size_t(spec.events), 0);
-    result.latencyUs.reserve(size_t(spec.events));
+    std::vector<qint64> sendNs(size_t(phase.events), 0);
+    result.latencyUs.reserve(size_t(phase.events));
 
     const long long cpuBefore = cpuTimeNs(_target);
     const qint64 start = nowNs();
     qint64 progress = start;
     qint64 lastSend = start;
     int sent = 0;
-    while (int(result.latencyUs.size()) < spec.events && !_broken) {
+    while (int(result.latencyUs.size()) < phase.events && !_broken) {
         const qint64 now = nowNs();
-        int due = spec.events;
-        if (spec.rate > 0)
-            due = std::min<qint64>(spec.events, qint64(double(now - start) * spec.rate / 1e9) + 1);
-        if (spec.window > 0)
-            due = std::min<int>(due, int(result.latencyUs.size()) + spec.window);
+        int due = phase.events;
+        if (phase.rate > 0)
+            due = std::min<qint64>(phase.events, qint64(double(now - start) * phase.rate / 1e9) + 1);
+        if (phase.window > 0)
+            due = std::min<int>(due, int(result.latencyUs.size()) + phase.window);
         if (due > sent) {
             // Everything due goes out in one write: a late wake-up of the bench
             // must not spread the events out.
@@ -300,11 +300,11 @@ PhaseResult Link::run(const PhaseSpec &spec)
                 break;
         }
 
-        qint64 wait = progress + qint64(spec.drainTimeoutMs) * 1000000 - now;
+        qint64 wait = progress + qint64(phase.drainTimeoutMs) * 1000000 - now;
         if (wait <= 0)
             break;
-        if (spec.rate > 0 && sent < spec.events)
-            wait = std::min<qint64>(wait, start + qint64(double(sent) * 1e9 / spec.rate) - now);
+        if (phase.rate > 0 && sent < phase.events)
+            wait = std::min<qint64>(wait, start + qint64(double(sent) * 1e9 / phase.rate) - now);
         pollfd fds[2] = {{_driverFd, POLLIN, 0}, {_collectorFd, short(_tx.isEmpty() ? 0 : POLLOUT), 0}};
         const timespec timeout = toTimespec(wait);
         if (ppoll(fds, 2, &timeout, nullptr) < 0 && errno != EINTR)

@@ -107,7 +107,7 @@ public:
     // Reads `count` commands of any content; false when they did not all come
     // within timeoutMs.
     bool readCommands(int count, int timeoutMs, std::vector<QByteArray> *commands);
-    PhaseResult run(const PhaseSpec &spec);
+    PhaseResult run(const PhaseSpec &phase);
     // Listens for quietMs: commands that arrive are unexpected.
     long long unexpectedWithin(int quietMs);
 

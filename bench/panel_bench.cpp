@@ -231,10 +231,10 @@ IdleResult printIdle(const char *label, const std::vector<TaskSample> &before,
 // processes' time slices reach them at any rate.
 bool sustains(Link &link, double rate, double seconds, PhaseResult *result)
 {
-    PhaseSpec spec;
-    spec.events = std::max(1, int(rate * seconds));
-    spec.rate = rate;
-    *result = link.run(spec);
+    PhaseSpec phase;
+    phase.events = std::max(1, int(rate * seconds));
+    phase.rate = rate;
+    *result = link.run(phase);
     return result->clean() && percentile(result->latencyUs, 50) <= 1000
            && result->seconds - result->sendSeconds <= 0.020;
 }
