@@ -98,13 +98,15 @@ struct Fixture
         newLog();
     }
 
-    // From the first row: moves to item and selects it; the journal then holds
-    // what the selection drew. Returns what the page printed.
+    // From the first row: moves to item and selects it; the journal and the
+    // log then hold what the selection drew and logged. Returns what the page
+    // printed.
     QByteArray pick(int item)
     {
         if (item > 0)
             page->collectorMsg(turn(item));
         cb.clear();
+        newLog();
         return feed(select());
     }
 
@@ -375,10 +377,7 @@ private Q_SLOTS:
     {
         Fixture f;
         f.enter();
-        f.page->collectorMsg(turn(7));
-        f.cb.clear();
-        f.newLog();
-        f.page->collectorMsg(select());
+        f.pick(7);
         QCOMPARE(f.cb.journal(), QStringList());
         QCOMPARE(f.page->currentParam(), 7);
         QCOMPARE(f.newLog(),
@@ -429,11 +428,7 @@ private Q_SLOTS:
         f.choose(0);
         f.feed(turn(1));
         f.leaveItem();
-        f.page->collectorMsg(turn(7));
-        f.cb.clear();
-        f.newLog();
-
-        f.page->collectorMsg(select());
+        f.pick(7);
         QVERIFY(f.page->isSaving());
         // Deaf while saving.
         f.page->collectorMsg(turn(-3));
