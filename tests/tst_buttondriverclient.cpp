@@ -1,5 +1,7 @@
 #include "buttondriver/KVB_Messages.h"
 #include "buttondriver/QButtonDriverClient.h"
+#include "support/FreePort.h"
+#include "support/MetaTypes.h"
 
 #include <QtTest>
 #include <QTcpServer>
@@ -17,15 +19,6 @@ QByteArray framed(const QByteArray &message)
     char length[4];
     qToBigEndian<quint32>(quint32(message.size()), length);
     return QByteArray(length, 4) + message;
-}
-
-bool typeKnownByName(const char *name)
-{
-#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-    return QMetaType::fromName(name).isValid();
-#else
-    return QMetaType::type(name) != QMetaType::UnknownType;
-#endif
 }
 
 } // namespace
@@ -95,11 +88,8 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QTcpServer probe;
-        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
-        _port = probe.serverPort();
-        probe.close();
-        qputenv("PANEL_SETUP_DRIVER_PORT", QByteArray::number(_port));
+        _port = setFreePort("PANEL_SETUP_DRIVER_PORT");
+        QVERIFY(_port != 0);
     }
 
     void cleanup()
