@@ -182,13 +182,8 @@ void Setup_Panel::pcb_save_network_settings()
 {
     // Runs on the setup page's save thread; the page ignores input meanwhile.
     std::vector<QString> addresses;
-    for (const Param_Quad *editor : {&_ip_param, &_mask_param, &_broadcast_param, &_gateway_param}) {
-        addresses.push_back(QStringLiteral("%1.%2.%3.%4")
-                                .arg(editor->field(0))
-                                .arg(editor->field(1))
-                                .arg(editor->field(2))
-                                .arg(editor->field(3)));
-    }
+    for (const Param_Quad *editor : {&_ip_param, &_mask_param, &_broadcast_param, &_gateway_param})
+        addresses.push_back(editor->text());
     NetUtil::writeInterfacesFile(addresses);
     NetUtil::restartNetworking();
     QFile::remove(_start_flag_path);
