@@ -1,4 +1,5 @@
 #include "NetUtil.h"
+#include "panel/DebugFormat.h"
 
 #include "panel/RuntimeEnv.h"
 
@@ -102,7 +103,7 @@ void NetUtil::writeInterfacesFile(const std::vector<QString> &params)
         qDebug() << openFailed;
         return;
     }
-    qDebug() << text;
+    qDebug() << verbatim(text);
 }
 
 void NetUtil::readInterfacesFile(std::vector<QString> &params)
@@ -121,10 +122,9 @@ void NetUtil::readInterfacesFile(std::vector<QString> &params)
         const int nul = line.indexOf('\0');
         if (nul >= 0)
             line.truncate(nul);
-        // Trimmed first so that indentation mixing tabs and blanks ("\t address")
-        // still leaves the keyword as the first part.
-        const QStringList parts =
-            QString::fromLatin1(line).trimmed().split(' ', Qt::SkipEmptyParts);
+        // Split as read: a tab before a blank ("\t address") makes the tab the
+        // first part, an empty keyword, and the line is ignored.
+        const QStringList parts = QString::fromLatin1(line).split(' ', Qt::SkipEmptyParts);
         if (parts.isEmpty())
             continue;
         const QString keyword = parts.at(0).trimmed();

@@ -1,4 +1,5 @@
 #include "pages/ButtonLevelFile.h"
+#include "panel/DebugFormat.h"
 
 #include "panel/RuntimeEnv.h"
 
@@ -26,13 +27,13 @@ bool readButtonlevelFile(std::vector<QString> &values)
 
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        qDebug() << "readButtonlevelFile: Unable to open file" << path;
+        qDebug() << "readButtonlevelFile: Unable to open file" << verbatim(path);
         return false;
     }
     QTextStream in(&file);
     QString line;
     while (in.readLineInto(&line)) {
-        qDebug() << "line =" << line;
+        qDebug() << "line =" << verbatim(line);
         const QStringList parts = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
         if (parts.isEmpty())
             continue;
@@ -58,7 +59,7 @@ void writeButtonlevelFile(const std::vector<QString> &values)
     // opening it for writing does (with the caller's effective rights).
     QFile existing(path);
     if (existing.exists() && !existing.open(QIODevice::WriteOnly | QIODevice::Append)) {
-        qDebug() << "writeButtonlevelFile : Unable to open" << path;
+        qDebug() << "writeButtonlevelFile : Unable to open" << verbatim(path);
         return;
     }
     existing.close();
@@ -66,7 +67,7 @@ void writeButtonlevelFile(const std::vector<QString> &values)
     // Written to a temporary file and renamed, so a reader never sees half a file.
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate)) {
-        qDebug() << "writeButtonlevelFile : Unable to open" << path;
+        qDebug() << "writeButtonlevelFile : Unable to open" << verbatim(path);
         return;
     }
     const QByteArray text = QStringLiteral("lcd %1\nscr %2\n").arg(values[0], values[1]).toLatin1();
@@ -75,7 +76,7 @@ void writeButtonlevelFile(const std::vector<QString> &values)
     if (file.write(text) != text.size() || !file.flush())
         file.cancelWriting();
     if (!file.commit())
-        qDebug() << "writeButtonlevelFile : Unable to write" << path;
+        qDebug() << "writeButtonlevelFile : Unable to write" << verbatim(path);
 }
 
 void writeButtonlevelFileDefaults()

@@ -49,7 +49,7 @@ void scanFonts(QStringList *names, QMap<QString, QString> *info)
         const QString name = QFileInfo(file).baseName();
         names->append(name);
         info->insert(name, QStringLiteral("%1/%2").arg(dirPath, file));
-        qDebug() << "Added font '" << name << "' to _font_info";
+        qDebug() << "Added font '" << verbatim(name) << "' to _font_info";
     }
 }
 
@@ -63,7 +63,7 @@ void lookupFontIndex(PageCallback *callback, const QStringList &names, int *inde
         callback->pcb_get_current_font_dimensions(&width, &height);
 
     const QString key = QStringLiteral("%1x%2").arg(width).arg(height);
-    qDebug() << "Searching for index for font key '" << key;
+    qDebug() << "Searching for index for font key '" << verbatim(key);
     for (int i = 0; i < names.size(); ++i) {
         printf("_font_names.at(%d) = %s.\n", i, qPrintable(names.at(i)));
         fflush(stdout);
@@ -74,7 +74,7 @@ void lookupFontIndex(PageCallback *callback, const QStringList &names, int *inde
             return;
         }
     }
-    qDebug() << "Couldn't find match for font key '" << key;
+    qDebug() << "Couldn't find match for font key '" << verbatim(key);
 }
 
 } // namespace fontcatalogue

@@ -25,6 +25,7 @@ Page_Intensity::Page_Intensity(PageCallback *callback, Page *parent)
     _levels[1] = 100;
 
     _apply_timer.setSingleShot(true);
+    _apply_timer.setTimerType(Qt::PreciseTimer);
     _apply_timer.setInterval(150);
     connect(&_apply_timer, &QTimer::timeout, this, &Page_Intensity::refresh_last_turn);
 }

@@ -38,7 +38,7 @@ private:
     int _prev_sh_submenu_val = -1;
     int _current_item = -1;
     int _levels[2] = {100, 100};
-    QTimer _apply_timer;
+    QTimer _apply_timer{this}; // a child, so that tests can find it
 };
 
 #endif // PAGE_INTENSITY_H

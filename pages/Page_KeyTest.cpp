@@ -7,12 +7,10 @@
 int Page_KeyTest::_release_count = 0;
 int Page_KeyTest::_blink_count = 0;
 
-// Keys 24 and up are the shafts' push switches; 29 is the last one.
-static constexpr int LAST_KEY_ID = 29;
-
 Page_KeyTest::Page_KeyTest(PageCallback *callback, Page *parent) : Page(callback, parent)
 {
     qDebug() << "Creating Page_KeyTest instance";
+    _timer.setTimerType(Qt::PreciseTimer);
     connect(&_timer, &QTimer::timeout, this, &Page_KeyTest::timer_timeout);
 }
 
@@ -47,8 +45,9 @@ void Page_KeyTest::timer_timeout()
 
 void Page_KeyTest::collectorMsg(const collector::CollectorMsg &msg)
 {
-    if (msg.type != collector::MSG_KEY || msg.id < 0 || msg.id > LAST_KEY_ID)
+    if (msg.type != collector::MSG_KEY)
         return;
+    // Keys 24 and up are the shafts' push switches; any such press leaves.
     if (msg.id >= KEY_COUNT && msg.value != 0) {
         _timer.stop();
         _callback->pcb_send_message(buttondriver::KVB_ButtonLeds(-1, 0, 0));
@@ -64,7 +63,8 @@ void Page_KeyTest::collectorMsg(const collector::CollectorMsg &msg)
         }
         return;
     }
-    if (msg.id >= KEY_COUNT)
+    // Only the records need the range check.
+    if (msg.id < 0 || msg.id >= KEY_COUNT)
         return;
     if (msg.value != 0)
         ++_keys[msg.id].down;

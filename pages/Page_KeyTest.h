@@ -33,7 +33,7 @@ private:
     void drawKey(int k);
 
     KeyRecord _keys[KEY_COUNT];
-    QTimer _timer;
+    QTimer _timer{this}; // a child, so that tests can find it
 
     // Process-wide, never reset: the blink phase and a pending release carry
     // over from one visit to the next.

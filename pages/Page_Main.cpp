@@ -1,4 +1,5 @@
 #include "pages/Page_Main.h"
+#include "panel/DebugFormat.h"
 
 #include "buttondriver/KVB_Messages.h"
 #include "pages/MenuNavigation.h"
@@ -21,7 +22,7 @@ Page_Main::Page_Main(PageCallback *callback, std::vector<Param *> *params)
       _current_page(this)
 {
     const QString version = readVersionFile(false);
-    qDebug() << "Panel Version:" << version;
+    qDebug() << "Panel Version:" << verbatim(version);
     // The short form is at most 10 characters, so the terminating zero fits.
     qstrncpy(_version_text, version.toLocal8Bit().constData(), sizeof(_version_text));
     main_menu_items[MAIN_MENU_VERSION_INDEX] = _version_text;

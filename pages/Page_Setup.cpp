@@ -41,6 +41,7 @@ Page_Setup::Page_Setup(PageCallback *callback, Page *parent, std::vector<Param *
     fontcatalogue::scanFonts(&_font_names, &_font_info);
 
     _refresh_timer.setSingleShot(true);
+    _refresh_timer.setTimerType(Qt::PreciseTimer);
     _refresh_timer.setInterval(150);
     connect(&_refresh_timer, &QTimer::timeout, this, &Page_Setup::refresh_last_turn);
     qDebug() << "Done creating Page_Setup instance";

@@ -64,7 +64,7 @@ private:
     int _psu_redundant = 0;
     int _prev_psu_redundant = 0;
     bool _psu_change_made = false;
-    QTimer _refresh_timer;
+    QTimer _refresh_timer{this}; // a child, so that tests can find it
     bool _changes_made = false;
     bool _saving = false;
 };

@@ -38,9 +38,6 @@ void Page_ShaftTest::onEnter()
 void Page_ShaftTest::collectorMsg(const collector::CollectorMsg &msg)
 {
     if (msg.type == collector::MSG_KEY) {
-        // Only the panel keys and the six push switches exist.
-        if (msg.id < 0 || msg.id >= FIRST_SHAFT_KEY + SHAFT_COUNT)
-            return;
         if (msg.id < FIRST_SHAFT_KEY) {
             if (msg.value != 0) {
                 _parent->onEnter();
@@ -54,6 +51,9 @@ void Page_ShaftTest::collectorMsg(const collector::CollectorMsg &msg)
             return;
         }
         const int n = msg.id - FIRST_SHAFT_KEY;
+        // Only the six push switches have records.
+        if (n >= SHAFT_COUNT)
+            return;
         if (msg.value != 0)
             ++_shafts[n].presses;
         else

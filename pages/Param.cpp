@@ -1,4 +1,5 @@
 #include "pages/Param.h"
+#include "panel/DebugFormat.h"
 
 #include "buttondriver/KVB_Messages.h"
 
@@ -60,7 +61,7 @@ void Param_Quad::refresh()
                                  .arg(_fields[1], 3)
                                  .arg(_fields[2], 3)
                                  .arg(_fields[3], 3);
-    qDebug() << "Baseline text =" << baseline;
+    qDebug() << "Baseline text =" << verbatim(baseline);
     _callback->pcb_send_message(buttondriver::KVB_DrawText(_screen, 0, baseline, 0));
 
     // Without a selected field there is nothing to mark.
@@ -68,23 +69,21 @@ void Param_Quad::refresh()
         return;
 
     const QString fieldText = QStringLiteral("%1").arg(_fields[_current_field], 3);
-    qDebug() << "Param_Quad::refresh(): field = '" << fieldText;
+    qDebug() << "Param_Quad::refresh(): field = '" << verbatim(fieldText);
     _callback->pcb_send_message(buttondriver::KVB_DrawTextAt(
         _screen, 0, 4 * _current_field, 3, fieldText, 0xFFFFFF, 0));
 
     const int newPos = 4 * _current_field + 1;
     const QString caret = QStringLiteral("%1").arg(QStringLiteral("^"), newPos);
     qDebug() << "Param_Quad::refresh(): _current_field =" << _current_field << ", new_pos ="
-             << newPos << ", caret str =" << caret;
+             << newPos << ", caret str =" << verbatim(caret);
     _callback->pcb_send_message(buttondriver::KVB_DrawText(_screen, 1, caret, 0));
 }
 
 bool Param_Quad::setField(int index, int value)
 {
-    if (index < 0 || index > 3 || value < 0 || value > 255) {
-        qDebug() << "Param_Quad::setField(): refused index" << index << "value" << value;
+    if (index < 0 || index > 3)
         return false;
-    }
     _fields[index] = value;
     return true;
 }

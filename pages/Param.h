@@ -41,8 +41,9 @@ public:
     void collectorMsg(const collector::CollectorMsg &msg) override;
     void refresh() override;
 
-    // index 0..3 (display order), value 0..255; anything else is refused
-    // with a log line and changes nothing.
+    // index 0..3 (display order); any other index changes nothing. The value
+    // is stored as given: a part above 255 read from a file stays what it is
+    // until a turn wraps it.
     bool setField(int index, int value);
     // The field's value, or -1 for an index outside 0..3.
     int field(int index) const;

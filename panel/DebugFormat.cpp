@@ -10,3 +10,10 @@ QString debugListForm(const QStringList &list)
     }
     return text + QLatin1Char(')');
 }
+
+QDebug operator<<(QDebug debug, const Verbatim &item)
+{
+    const QDebugStateSaver restoresQuoting(debug);
+    debug.noquote() << QLatin1Char('"') + item.text + QLatin1Char('"');
+    return debug;
+}

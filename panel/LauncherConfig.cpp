@@ -1,4 +1,5 @@
 #include "LauncherConfig.h"
+#include "panel/DebugFormat.h"
 
 #include "panel/RuntimeEnv.h"
 
@@ -97,11 +98,12 @@ bool changeThroughCopy(const QSettings &file, const Changes &changes)
            && renameOver(written.fileName(), path);
 }
 
+// A save that fails for want of room or rights is the file's being not writeable.
 bool saveChanges(const QSettings &file, const Changes &changes)
 {
     if (changeThroughCopy(file, changes))
         return true;
-    qDebug() << "Configuration file" << file.fileName() << "could not be written!!";
+    qDebug() << "Configuration file" << verbatim(file.fileName()) << "is not writeable!!";
     return false;
 }
 
@@ -119,7 +121,7 @@ void readActivateButtons(int *button1, int *button2)
     const QString path = launcherConfigPath();
     QSettings settings(path, QSettings::IniFormat);
     if (!readable(settings)) {
-        qDebug() << "Error reading configuration file '" << path << "'";
+        qDebug() << "Error reading configuration file '" << verbatim(path) << "'";
         *button1 = 24;
         *button2 = 25;
     } else {
@@ -139,7 +141,7 @@ void readFontDimensions(int *width, int *height)
     const QString path = launcherConfigPath();
     QSettings settings(path, QSettings::IniFormat);
     if (!readable(settings)) {
-        qDebug() << "Error reading configuration file '" << path << "'";
+        qDebug() << "Error reading configuration file '" << verbatim(path) << "'";
         return;
     }
     // No defaults: a missing key reads as 0, unlike the -1 left by an unreadable file.
@@ -153,38 +155,39 @@ int writeFontDimensions(int width, int height)
 {
     const QString path = launcherConfigPath();
     if (!QFileInfo::exists(path)) {
-        qDebug() << "Configuration file" << path << "doesn't exist!";
+        qDebug() << "Configuration file" << verbatim(path) << "doesn't exist!";
         qDebug() << "Font settings will not be saved!!";
         return -1;
     }
     QSettings settings(path, QSettings::IniFormat);
     if (settings.status() != QSettings::NoError) {
-        qDebug() << "Error reading configuration file '" << path << "'";
+        qDebug() << "Error reading configuration file '" << verbatim(path) << "'";
         return 1;
     }
     // Tries to open the file for writing, so it answers for this process as it runs.
     if (!settings.isWritable()) {
-        qDebug() << "Configuration file" << path << "is not writeable!!";
+        qDebug() << "Configuration file" << verbatim(path) << "is not writeable!!";
         return 2;
     }
     qDebug() << "Font dimensions set to width =" << width << "and height =" << height
-             << "in file" << path;
+             << "in file" << verbatim(path);
     return saveChanges(settings, {{"font/width", width}, {"font/height", height}}) ? 0 : 2;
 }
 
 int readPsuMode()
 {
     const QString path = launcherConfigPath();
-    qDebug() << "Getting PSU mode from file" << path;
+    qDebug() << "Getting PSU mode from file" << verbatim(path);
     QSettings settings(path, QSettings::IniFormat);
     if (!readable(settings)) {
-        qDebug() << "Error accessing '" << path << "' for reading";
+        qDebug() << "Error accessing '" << verbatim(path) << "' for reading";
         return 0;
     }
     if (!settings.contains("psu/redundant")) {
         qDebug() << "Config file doesn't contain the PSU key. Setting it to zero.";
-        // The mode is 0 whether or not the key could be added.
-        saveChanges(settings, {{"psu/redundant", 0}});
+        // The mode is 0 whether or not the key could be added, and a failed
+        // addition goes unreported.
+        changeThroughCopy(settings, {{"psu/redundant", 0}});
         return 0;
     }
     qDebug() << "Found PSU key.";
@@ -196,11 +199,11 @@ int writePsuMode(int mode)
     const QString path = launcherConfigPath();
     QSettings settings(path, QSettings::IniFormat);
     if (!readable(settings)) {
-        qDebug() << "Error accessing '" << path << "' for reading";
+        qDebug() << "Error accessing '" << verbatim(path) << "' for reading";
         return -1;
     }
     if (!settings.isWritable()) {
-        qDebug() << "Configuration file" << path << "is not writeable!!";
+        qDebug() << "Configuration file" << verbatim(path) << "is not writeable!!";
         return -1;
     }
     return saveChanges(settings, {{"psu/redundant", mode}}) ? 0 : -1;

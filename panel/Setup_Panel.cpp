@@ -42,6 +42,8 @@ Setup_Panel::Setup_Panel(const QString &script_path)
 {
     loadActivateButtons();
     _activate_timer.setSingleShot(true);
+    // Qt's default coarse timers may fire 5 % early: a 4.8 s hold would take over.
+    _activate_timer.setTimerType(Qt::PreciseTimer);
     connect(&_activate_timer, &QTimer::timeout, this, &Setup_Panel::onTimerEnterSetup);
     _start_flag_path = runtimeenv::path(QStringLiteral("/mnt/flashdisk/etc/network/start_setup_program"));
     loadNetworkParams();
@@ -102,7 +104,7 @@ void Setup_Panel::loadNetworkParams()
     if (addresses[0] == QLatin1String("0.0.0.0") || addresses[0].isEmpty()) {
         qDebug() << "IP address is not set.";
         const QString cmd = QStringLiteral("touch ") + _start_flag_path;
-        qDebug() << "cmd = [" << cmd << "]";
+        qDebug() << "cmd = [" << verbatim(cmd) << "]";
         system(cmd.toLatin1().constData());
     }
 
@@ -140,7 +142,7 @@ void Setup_Panel::runScript(const QString &word)
 {
     // Passed to the shell as it stands, unquoted.
     const QString cmd = _script_path + QLatin1Char(' ') + word;
-    qDebug() << "system(" << cmd << ")";
+    qDebug() << "system(" << verbatim(cmd) << ")";
     system(cmd.toLatin1().constData());
 }
 
@@ -286,8 +288,9 @@ void Setup_Panel::onTimerEnterSetup()
 
 void Setup_Panel::onSystemUpgrade(const QString &path)
 {
-    qDebug() << "Path that changed =" << path;
-    QDir dir(path, QStringLiteral("*.img"));
+    qDebug() << "Path that changed =" << verbatim(path);
+    // Listed as the directory holds them, without sorting.
+    QDir dir(path, QStringLiteral("*.img"), QDir::Unsorted);
     const QStringList upgradeFiles = dir.entryList();
 
     if (!_upgrading) {
@@ -360,7 +363,7 @@ void Setup_Panel::doRebootPoweroff()
         void run() override
         {
             const QString cmd = reboot ? QStringLiteral("reboot -n") : QStringLiteral("poweroff -n");
-            qDebug() << "system(" << cmd << ")";
+            qDebug() << "system(" << verbatim(cmd) << ")";
             QThread::sleep(2);
             system(cmd.toLatin1().constData());
         }

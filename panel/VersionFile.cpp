@@ -1,4 +1,5 @@
 #include "VersionFile.h"
+#include "panel/DebugFormat.h"
 
 #include "panel/RuntimeEnv.h"
 
@@ -13,7 +14,7 @@ QString readVersionFile(bool twoLines)
     const QString path = runtimeenv::path("/opt/kd5820m/version");
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        qDebug() << "readVersionFile: Unable to open file" << path << "\n";
+        qDebug() << "readVersionFile: Unable to open file" << verbatim(path) << "\n";
         return notAvailable;
     }
 

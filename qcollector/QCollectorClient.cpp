@@ -19,6 +19,7 @@ QCollectorClient::QCollectorClient(QObject *parent)
     connect(_socket, &QTcpSocket::disconnected, this, &QCollectorClient::disconnected);
     connect(_timer, &QTimer::timeout, this, &QCollectorClient::tryConnect);
     _timer->setInterval(ReconnectInterval);
+    _timer->setTimerType(Qt::PreciseTimer);
     tryConnect();
     _timer->start();
 }

@@ -95,7 +95,7 @@ private Q_SLOTS:
         QVERIFY(readButtonlevelFile(values));
         QCOMPARE(values, (std::vector<QString>{"20", "30"}));
         QCOMPARE(log.messages().size(), 8);
-        QCOMPARE(log.messages().at(1), QString("line = \"   lcd    20\\t   \""));
+        QCOMPARE(log.messages().at(1), QString("line = \"   lcd    20\t   \""));
         QCOMPARE(log.messages().at(3), QString("line = \"\""));
     }
 

@@ -4,6 +4,7 @@
 #include <QElapsedTimer>
 #include <QtTest>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -38,6 +39,73 @@ private Q_SLOTS:
         d.collector.sendShaft(4, 2);
         QTRY_COMPARE(d.commands(entryCommands().size()),
                      QStringList({"text 0 2 1 INTENSITY", "text 0 0 0 SETUP"}));
+    }
+
+    // The activation timer is exact. Qt's default coarse timers fire up to 5 %
+    // early or late, aligned to the monotonic clock's second, so each daemon
+    // gets its second key at another phase of that second. One daemon of each
+    // pair is held 4.9 s and must stay idle; the other must take over 5 s after
+    // its second key, its first command following the hook's 550 ms pause.
+    void takeOverExactlyFiveSecondsAfterTheSecondKey()
+    {
+        const std::vector<int> phases = {100, 230, 400, 600, 800};
+        const qint64 pause = 550;
+        const qint64 heldTooShort = 4900;
+        std::vector<std::unique_ptr<PanelDaemon>> held, released;
+        for (size_t i = 0; i < phases.size(); ++i) {
+            for (auto *group : {&held, &released}) {
+                group->push_back(std::make_unique<PanelDaemon>(PANEL_SETUP_BINARY));
+                QVERIFY(group->back()->startConnected());
+            }
+        }
+        QElapsedTimer clock;
+        clock.start();
+        std::vector<qint64> pressedAt(phases.size()), firstCommandAt(phases.size(), -1),
+            releasedAt(phases.size(), -1);
+        QObject thisTest; // ends the connections below before the figures they write
+        for (size_t i = 0; i < phases.size(); ++i) {
+            connect(&held[i]->driver, &FakeButtonDriver::messageReceived, &thisTest, [&, i] {
+                if (firstCommandAt[i] < 0)
+                    firstCommandAt[i] = clock.elapsed();
+            });
+        }
+        for (size_t i = 0; i < phases.size(); ++i) {
+            QElapsedTimer now;
+            now.start();
+            const qint64 phase = now.msecsSinceReference() % 1000;
+            QTest::qSleep(int((phases[i] - phase + 1000) % 1000));
+            pressedAt[i] = clock.elapsed();
+            for (auto *d : {held[i].get(), released[i].get()}) {
+                d->collector.sendKey(24, 1);
+                d->collector.sendKey(25, 1);
+            }
+            QTimer::singleShot(int(pressedAt[i] + heldTooShort - clock.elapsed()), Qt::PreciseTimer, &thisTest, [&, i] {
+                released[i]->collector.sendKey(25, 0);
+                releasedAt[i] = clock.elapsed();
+            });
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(std::all_of(firstCommandAt.begin(), firstCommandAt.end(),
+                                             [](qint64 at) { return at >= 0; }),
+                                 10000);
+        QTRY_VERIFY(std::all_of(releasedAt.begin(), releasedAt.end(), [](qint64 at) { return at >= 0; }));
+        // Past the take-over time of the last released daemon, with room for the pause.
+        QTest::qWait(int(pressedAt.back() + 5000 + pause + 500 - clock.elapsed()));
+        for (size_t i = 0; i < phases.size(); ++i) {
+            const qint64 tookOver = firstCommandAt[i] - pressedAt[i];
+            QVERIFY2(tookOver >= 5000 + pause && tookOver <= 5000 + pause + 150,
+                     qPrintable(QStringLiteral("phase %1: first command %2 ms after the second key")
+                                    .arg(phases[i])
+                                    .arg(tookOver)));
+            QCOMPARE(held[i]->sandbox.calls(), QStringList("setup_script enter"));
+            // Only a release sent in time proves anything; a late one is the test's own delay.
+            if (releasedAt[i] - pressedAt[i] > heldTooShort + 50) {
+                qWarning("phase %d: release sent %lld ms after the second key", phases[i],
+                         releasedAt[i] - pressedAt[i]);
+                continue;
+            }
+            QCOMPARE(released[i]->sandbox.calls(), QStringList());
+            QCOMPARE(released[i]->commandCount(), 0);
+        }
     }
 
     void holdCancelledByAnyLaterEvent()

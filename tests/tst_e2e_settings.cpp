@@ -51,6 +51,10 @@ private Q_SLOTS:
         QCOMPARE(d.sandbox.calls(), QStringList({"networking restart", "sync"}));
         QVERIFY(!d.sandbox.exists(Sandbox::StartFlagPath));
         QVERIFY(d.hasLine("&&&&&& write net file"));
+        // The text is logged with its real line breaks.
+        QTRY_VERIFY(d.outputLines().join('\n').contains(
+            "\"auto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet static\naddress 193.168.1.10\n"
+            "netmask 255.255.255.0\nbroadcast 192.168.1.255\ngateway 192.168.1.1\n\""));
     }
 
     void fontSaveAppliesAtExit()
@@ -119,6 +123,32 @@ private Q_SLOTS:
         QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0 192.168.  1. 10"));
         QCOMPARE(d.sandbox.readFile("/etc/network/interfaces"), Sandbox::DefaultInterfaces);
         QVERIFY(d.sandbox.calls().isEmpty());
+    }
+
+    // A part above 255 in the file shows as read, a turn wraps it to 0, and
+    // Revert brings the file's value back.
+    void addressPartAbove255()
+    {
+        P d(PANEL_SETUP_BINARY);
+        QVERIFY(d.sandbox.writeFile("/etc/network/interfaces",
+                                    "auto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet static\n"
+                                    "address 10.0.0.300\nnetmask 255.255.255.0\n"));
+        QVERIFY(d.startInMenu());
+        QCOMPARE(d.step(P::select(), 9), setupList());
+        QCOMPARE(d.step(P::select(), 3),
+                 QStringList({"text 2 0 0  10.  0.  0.300", "textat 2 0 0 3 0xffffff 0  10", "text 2 1 0 ^"}));
+        for (int field = 1; field <= 3; ++field)
+            d.step(P::select(), 3);
+        QCOMPARE(d.driver.panel().text(2, 1), QString("            ^"));
+        d.collector.send(P::turn(1));
+        QTRY_COMPARE(d.driver.panel().text(2, 0), QString(" 10.  0.  0.  0"));
+        QTest::qWait(200); // the page's 150 ms redraw of the last turn
+        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
+        QCOMPARE(d.step(P::turn(8), 2), QStringList({"text 1 8 1 Revert Changes", "text 1 0 0 IP Addr"}));
+        QCOMPARE(d.step(P::select(), 4),
+                 QStringList({"leds 3 0 0", "text 2 2 0 Changes were", "text 2 3 0 Discarded", "clear 2"}));
+        QCOMPARE(d.step(P::turn(-8), 2), QStringList({"text 1 0 1 IP Addr", "text 1 8 0 Revert Changes"}));
+        QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0  10.  0.  0.300"));
     }
 };
 

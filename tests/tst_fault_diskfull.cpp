@@ -189,7 +189,7 @@ private Q_SLOTS:
                                                d.sandbox.hostPath("/etc/kd5820m/buttonlevel"))),
                          2);
                 // The take-over's font and the PSU mode.
-                QCOMPARE(d.countLines(QStringLiteral("Configuration file \"%1\" could not be written!!")
+                QCOMPARE(d.countLines(QStringLiteral("Configuration file \"%1\" is not writeable!!")
                                           .arg(launcherPath)),
                          2);
             }

@@ -50,11 +50,9 @@ private:
         return stat(QFile::encodeName(interfacesPath()).constData(), &st) == 0 ? st.st_ino : 0;
     }
 
-    // What the writer logs last: the file text as the debug stream quotes it.
-    static QByteArray quoted(const QByteArray &text)
-    {
-        return '"' + QByteArray(text).replace("\n", "\\n") + '"';
-    }
+    // What the writer logs last: the file text between double quotes, with
+    // its real line breaks.
+    static QByteArray quoted(const QByteArray &text) { return '"' + text + '"'; }
 
     void expectWrite(const QByteArray &text)
     {
@@ -260,12 +258,17 @@ private Q_SLOTS:
         QTest::newRow("secondary then eth0 again")
             << QByteArray("iface eth1 inet static\naddress 172.16.0.2\niface eth0 inet static\naddress 10.0.0.2\n")
             << QStringList{"10.0.0.2", "old1", "old2", "old3", "172.16.0.2", "old5", "old6", "old7"};
-        QTest::newRow("indented with tabs and spaces")
+        QTest::newRow("indented with tabs or spaces")
             << QByteArray("auto eth0\niface eth0 inet static\n\taddress 10.1.1.1\n    netmask 255.255.255.0\n"
-                          "\t broadcast 10.1.1.255\n  \tgateway 10.1.1.254\n"
+                          "  \tgateway 10.1.1.254\n"
                           "iface eth1 inet static\n\t\taddress 10.2.2.2\n")
-            << QStringList{"10.1.1.1", "255.255.255.0", "10.1.1.255", "10.1.1.254",
+            << QStringList{"10.1.1.1", "255.255.255.0", "old2", "10.1.1.254",
                            "10.2.2.2", "old5", "old6", "old7"};
+        // Split at blanks before trimming: the tab alone is the keyword.
+        QTest::newRow("a tab then a blank before the keyword")
+            << QByteArray("iface eth0 inet static\n\t address 10.0.0.7\n\t broadcast 10.1.1.255\n"
+                          "\t\t netmask 255.0.0.0\n \t gateway 10.0.0.1\n")
+            << QStringList{"old0", "old1", "old2", "old3", "old4", "old5", "old6", "old7"};
         QTest::newRow("two address lines, the last wins")
             << QByteArray("iface eth0 inet static\naddress 10.0.0.2\naddress 10.0.0.3\n")
             << QStringList{"10.0.0.3", "old1", "old2", "old3", "old4", "old5", "old6", "old7"};

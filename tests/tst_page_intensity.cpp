@@ -55,6 +55,17 @@ private Q_SLOTS:
 
     // Construction
 
+    void applyTimerIsPrecise()
+    {
+        RecordingCallback cb;
+        Page_Intensity page(&cb, nullptr);
+        const auto timer = page.findChild<QTimer *>();
+        QVERIFY(timer);
+        QCOMPARE(timer->interval(), 150);
+        QVERIFY(timer->isSingleShot());
+        QCOMPARE(timer->timerType(), Qt::PreciseTimer);
+    }
+
     void withoutFileDefaultsAreWrittenAndUsed()
     {
         RecordingCallback cb;

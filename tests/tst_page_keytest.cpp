@@ -49,6 +49,35 @@ private:
     }
 
 private Q_SLOTS:
+    // Runs first: the blink counter starts at 0 with the process, so the
+    // first tick the process ever sends lights every key.
+    void firstTickOfTheProcessLightsAllKeys()
+    {
+        RecordingCallback cb;
+        RecordingPage parent(&cb);
+        Page_KeyTest page(&cb, &parent);
+        page.onEnter();
+        cb.clear();
+        QTRY_COMPARE(cb.journal().size(), 2);
+        QCOMPARE(cb.journal(), (QStringList{allOn, allOff}));
+        page.collectorMsg(CollectorMsg::key(24, 1));
+    }
+
+    void blinkTimerIsPrecise()
+    {
+        RecordingCallback cb;
+        RecordingPage parent(&cb);
+        Page_KeyTest page(&cb, &parent);
+        page.onEnter();
+        const auto timer = page.findChild<QTimer *>();
+        QVERIFY(timer);
+        QVERIFY(timer->isActive());
+        QCOMPARE(timer->interval(), 500);
+        QVERIFY(!timer->isSingleShot());
+        QCOMPARE(timer->timerType(), Qt::PreciseTimer);
+        page.collectorMsg(CollectorMsg::key(24, 1));
+    }
+
     void creationLogs()
     {
         RecordingCallback cb;
@@ -199,16 +228,70 @@ private Q_SLOTS:
         page.collectorMsg(CollectorMsg::key(24, 1));
     }
 
+    // A press of any key numbered 24 or above leaves, ids past the last push
+    // switch included, while blinking and while counting.
+    void pressAbove23Leaves_data()
+    {
+        QTest::addColumn<int>("id");
+        QTest::addColumn<bool>("counting");
+        for (int id : {24, 29, 30, 31, 40, INT_MAX}) {
+            QTest::addRow("key %d blinking", id) << id << false;
+            QTest::addRow("key %d counting", id) << id << true;
+        }
+    }
+
+    void pressAbove23Leaves()
+    {
+        QFETCH(int, id);
+        QFETCH(bool, counting);
+        RecordingCallback cb;
+        RecordingPage parent(&cb);
+        Page_KeyTest page(&cb, &parent);
+        if (counting)
+            enterCounting(page, cb);
+        else
+            page.onEnter();
+        cb.clear();
+        page.collectorMsg(CollectorMsg::key(id, 1));
+        QCOMPARE(cb.takeJournal(), (QStringList{allOff, "parent onEnter"}));
+        // The blinking stopped.
+        QTest::qWait(3 * Page_KeyTest::BLINK_INTERVAL_MS / 2);
+        QCOMPARE(cb.takeJournal(), QStringList());
+    }
+
+    // While the page blinks any release counts, whatever its id.
+    void anyReleaseEndsTheBlinking_data()
+    {
+        QTest::addColumn<int>("id");
+        for (int id : {-1, 23, 24, 30, 40, INT_MAX, INT_MIN})
+            QTest::addRow("key %d", id) << id;
+    }
+
+    void anyReleaseEndsTheBlinking()
+    {
+        QFETCH(int, id);
+        RecordingCallback cb;
+        RecordingPage parent(&cb);
+        Page_KeyTest page(&cb, &parent);
+        page.onEnter();
+        cb.clear();
+        page.collectorMsg(CollectorMsg::key(id, 0));
+        QCOMPARE(cb.takeJournal(), QStringList());
+        page.collectorMsg(CollectorMsg::key(id, 0));
+        QCOMPARE(cb.takeJournal(), keyLines(0, 0, 0));
+        QCOMPARE(parent.enterCount(), 0);
+    }
+
     // Events that the page ignores, before and after the blinking ends; while
     // it blinks, none of them counts as a release.
     void ignoredEvents_data()
     {
         QTest::addColumn<QList<CollectorMsg>>("events");
         QTest::addColumn<int>("releasedKey");
-        QList<CollectorMsg> outOfRange;
-        for (int id : {30, 31, 40, -1, -5, INT_MAX, INT_MIN})
-            outOfRange << CollectorMsg::key(id, 1) << CollectorMsg::key(id, 0);
-        QTest::newRow("keys out of range") << outOfRange << 1;
+        QList<CollectorMsg> pressesWithoutRecord;
+        for (int id : {-1, -5, INT_MIN})
+            pressesWithoutRecord << CollectorMsg::key(id, 1);
+        QTest::newRow("presses of negative keys") << pressesWithoutRecord << 1;
         QTest::newRow("other kinds")
             << QList<CollectorMsg>{CollectorMsg::shaft(4, 1), CollectorMsg::shaft(0, 0), CollectorMsg::gpi(2, 0),
                                    CollectorMsg::gpi(28, 1),  CollectorMsg::gpi(5, 0),   CollectorMsg()}
@@ -236,6 +319,27 @@ private Q_SLOTS:
             page.collectorMsg(msg);
         QCOMPARE(cb.takeJournal(), QStringList());
         QCOMPARE(parent.enterCount(), 0);
+    }
+
+    // While counting, only keys 0 to 23 have records: releases above 23 and
+    // every event of a negative key change nothing.
+    void countingIgnoresKeysWithoutRecord()
+    {
+        RecordingCallback cb;
+        RecordingPage parent(&cb);
+        Page_KeyTest page(&cb, &parent);
+        enterCounting(page, cb);
+        for (int id : {24, 30, INT_MAX})
+            page.collectorMsg(CollectorMsg::key(id, 0));
+        for (int id : {-1, -5, INT_MIN}) {
+            page.collectorMsg(CollectorMsg::key(id, 1));
+            page.collectorMsg(CollectorMsg::key(id, 0));
+        }
+        QCOMPARE(cb.takeJournal(), QStringList());
+        QCOMPARE(parent.enterCount(), 0);
+        page.collectorMsg(CollectorMsg::key(0, 1));
+        QCOMPARE(cb.takeJournal(), keyLines(0, 1, 0));
+        page.collectorMsg(CollectorMsg::key(24, 1));
     }
 };
 

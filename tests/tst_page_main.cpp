@@ -459,6 +459,8 @@ private Q_SLOTS:
         QTest::newRow("1.2.3") << QByteArray("kd5820m version 1.2.3") << "V=1.2.3";
         QTest::newRow("12 characters") << QByteArray("kd5820m version 123456789012") << "V=12345678";
         QTest::newRow("two words") << QByteArray("kd5820m version") << "VER=N/A";
+        // Logged as it stands, not escaped.
+        QTest::newRow("quote and backslash") << QByteArray("kd5820m version 1\"2\\3") << "V=1\"2\\3";
     }
 
     void versionTextForms()

@@ -853,6 +853,17 @@ private Q_SLOTS:
 
     // Hostile wiring
 
+    void refreshTimerIsPrecise()
+    {
+        RecordingCallback cb;
+        Page_Setup page(&cb, nullptr, nullptr);
+        const auto timer = page.findChild<QTimer *>();
+        QVERIFY(timer);
+        QCOMPARE(timer->interval(), 150);
+        QVERIFY(timer->isSingleShot());
+        QCOMPARE(timer->timerType(), Qt::PreciseTimer);
+    }
+
     void missingEditorsAreSkipped()
     {
         RecordingCallback cb;

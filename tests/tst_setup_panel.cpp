@@ -19,6 +19,8 @@
 
 #include <memory>
 
+#include <dirent.h>
+
 using collector::CollectorMsg;
 using P = PanelDaemon;
 
@@ -92,6 +94,27 @@ private:
                 ++at;
         }
         return at == wanted.size();
+    }
+
+    // The upgrade images of a directory in the order the directory holds them.
+    static QStringList directoryOrder(const QString &path)
+    {
+        QStringList names;
+        DIR *dir = opendir(QFile::encodeName(path).constData());
+        if (!dir)
+            return names;
+        while (const struct dirent *entry = readdir(dir)) {
+            const QString name = QFile::decodeName(entry->d_name);
+            if (name.endsWith(QLatin1String(".img")))
+                names << name;
+        }
+        closedir(dir);
+        return names;
+    }
+
+    static QString listForm(const QStringList &names)
+    {
+        return "(\"" + names.join("\", \"") + "\")";
     }
 
     static void stopWatching(Setup_Panel &panel)
@@ -305,6 +328,7 @@ private Q_SLOTS:
         QVERIFY(panel._activate_timer.isActive());
         QVERIFY(panel._activate_timer.isSingleShot());
         QCOMPARE(panel._activate_timer.interval(), 5000);
+        QCOMPARE(panel._activate_timer.timerType(), Qt::PreciseTimer);
         QVERIFY(!panel._active);
     }
 
@@ -590,6 +614,23 @@ private Q_SLOTS:
         QCOMPARE(sentUpToMarker(panel, mark), QStringList());
     }
 
+    // The images are listed as the directory holds them, not sorted by name.
+    void upgradeFilesListedUnsorted()
+    {
+        const QStringList names = {"a.img", "b.img", "c.img", "d.img", "e.img", "f.img"};
+        for (const QString &name : names)
+            QVERIFY(_sandbox->writeFile("/tmp/" + name, "x"));
+        const QStringList held = directoryOrder(_sandbox->hostPath("/tmp"));
+        QCOMPARE(QSet<QString>(held.begin(), held.end()), QSet<QString>(names.begin(), names.end()));
+        // Without this the test could not tell a sorted listing from an unsorted one.
+        QVERIFY2(held != names, "the file system lists these files sorted");
+        Setup_Panel panel("setup_script");
+        stopWatching(panel);
+        MessageRecorder recorder;
+        tmpChanged(panel);
+        QVERIFY(containsInOrder(recorder.messages(), {"Upgrade files detected: " + listForm(held)}));
+    }
+
     void upgradeTakesPanelOverAndDropsInput()
     {
         QVERIFY(_sandbox->writeFile("/tmp/b.img", "x"));
@@ -599,8 +640,9 @@ private Q_SLOTS:
         const int mark = settle(panel);
         MessageRecorder recorder;
         tmpChanged(panel);
+        const QString listed = listForm(directoryOrder(_sandbox->hostPath("/tmp")));
         QVERIFY(containsInOrder(recorder.messages(),
-                                {tmpChangedLine(), "Upgrade files detected: (\"a.img\", \"b.img\")",
+                                {tmpChangedLine(), "Upgrade files detected: " + listed,
                                  "system( \"setup_script enter\" )"}));
         QVERIFY(panel._upgrading);
         QVERIFY(panel._active);
@@ -621,7 +663,7 @@ private Q_SLOTS:
         MessageRecorder again;
         tmpChanged(panel);
         QCOMPARE(again.messages(),
-                 QStringList({tmpChangedLine(), "Upgrade in progress: upgradeFiles = (\"a.img\", \"b.img\")"}));
+                 QStringList({tmpChangedLine(), "Upgrade in progress: upgradeFiles = " + listed}));
         QVERIFY(panel._upgrading);
     }
 

@@ -1,4 +1,5 @@
 #include "UnixSignalHandler.h"
+#include "panel/DebugFormat.h"
 
 #include <QDebug>
 #include <QSocketNotifier>
@@ -74,23 +75,23 @@ void UnixSignalHandler::callSignalHandlers()
 bool UnixSignalHandler::addHandler(int sig, const Handler &fn)
 {
     if (sig == SIGKILL || sig == SIGSTOP) {
-        qDebug() << "ERROR:" << signalName(sig) << "cannot be caught."
+        qDebug() << "ERROR:" << verbatim(signalName(sig)) << "cannot be caught."
                  << "Not adding handler.";
         return false;
     }
     if (_handlers.contains(sig))
         return false;
 
-    qDebug() << "Installing handler for" << signalName(sig);
+    qDebug() << "Installing handler for" << verbatim(signalName(sig));
     struct sigaction action = {};
     action.sa_handler = signalFunction;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
     if (::sigaction(sig, &action, nullptr)) {
-        qDebug() << "Failed to install handler for" << signalName(sig);
+        qDebug() << "Failed to install handler for" << verbatim(signalName(sig));
         return false;
     }
-    qDebug() << "Installation of" << signalName(sig) << "handler was successful";
+    qDebug() << "Installation of" << verbatim(signalName(sig)) << "handler was successful";
     _handlers.insert(sig, fn);
     return true;
 }
@@ -100,15 +101,15 @@ bool UnixSignalHandler::removeHandler(int sig)
     if (!_handlers.contains(sig))
         return false;
 
-    qDebug() << "Removing" << signalName(sig) << "handler";
+    qDebug() << "Removing" << verbatim(signalName(sig)) << "handler";
     struct sigaction action = {};
     action.sa_handler = SIG_DFL;
     sigemptyset(&action.sa_mask);
     if (::sigaction(sig, &action, nullptr)) {
-        qDebug() << "Failed to remove handler for" << signalName(sig);
+        qDebug() << "Failed to remove handler for" << verbatim(signalName(sig));
         return false;
     }
-    qDebug() << "Removal of" << signalName(sig) << "handler was successful";
+    qDebug() << "Removal of" << verbatim(signalName(sig)) << "handler was successful";
     _handlers.remove(sig);
     return true;
 }
