@@ -2,11 +2,11 @@
 #include "panel/DebugFormat.h"
 
 #include "panel/RuntimeEnv.h"
+#include "panel/SettingsFile.h"
 
 #include <QByteArray>
 #include <QDebug>
 #include <QFile>
-#include <QSaveFile>
 #include <QStringList>
 
 #include <ifaddrs.h>
@@ -19,11 +19,6 @@ namespace {
 
 const char *const openFailed = "NetUtil : failed to open /etc/network/interfaces";
 
-QString interfacesPath()
-{
-    return runtimeenv::path("/etc/network/interfaces");
-}
-
 // Callers hand in the vector by index; a short one is refused rather than overrun.
 bool hasEntries(const std::vector<QString> &params, std::size_t needed)
 {
@@ -35,6 +30,11 @@ bool hasEntries(const std::vector<QString> &params, std::size_t needed)
 }
 
 } // namespace
+
+QString NetUtil::interfacesPath()
+{
+    return runtimeenv::path("/etc/network/interfaces");
+}
 
 QString NetUtil::formatAddress(const struct sockaddr *address)
 {
@@ -72,14 +72,6 @@ void NetUtil::writeInterfacesFile(const std::vector<QString> &params)
         return;
     qDebug() << "&&&&&& write net file";
 
-    // Written beside the old file and renamed over it, so a power cut leaves
-    // either the old or the new file, never a truncated one.
-    QSaveFile file(interfacesPath());
-    if (!file.open(QIODevice::WriteOnly)) {
-        qDebug() << openFailed;
-        return;
-    }
-
     QString text = "auto lo\niface lo inet loopback\n";
     const QString &address = params[0];
     if (!address.isEmpty() && address != "0.0.0.0") {
@@ -95,11 +87,9 @@ void NetUtil::writeInterfacesFile(const std::vector<QString> &params)
             text += QString("gateway %1\n").arg(params[3]);
     }
 
-    // Pushed out before the commit: a buffered write that fails (a full disk)
-    // would otherwise still be renamed over the old file, leaving it empty.
-    if (file.write(text.toLatin1()) != text.size() || !file.flush())
-        file.cancelWriting();
-    if (!file.commit()) {
+    // Opening and writing are one step here: the file is replaced only once
+    // the new text is stored whole.
+    if (settingsfile::save(interfacesPath(), text.toLatin1()) != settingsfile::SaveResult::Saved) {
         qDebug() << openFailed;
         return;
     }

@@ -25,6 +25,9 @@ public:
     // Fills entries 0 to 7 from /etc/network/interfaces; the vector must hold eight.
     static void readInterfacesFile(std::vector<QString> &params);
 
+    // Where /etc/network/interfaces is (under the sandbox root in tests).
+    static QString interfacesPath();
+
     // Status of "/etc/init.d/networking restart" as system() returns it.
     static int restartNetworking();
 };

@@ -1,11 +1,11 @@
 #include "pages/ButtonLevelFile.h"
-#include "panel/DebugFormat.h"
 
+#include "panel/DebugFormat.h"
 #include "panel/RuntimeEnv.h"
+#include "panel/SettingsFile.h"
 
 #include <QDebug>
 #include <QFile>
-#include <QSaveFile>
 #include <QStringList>
 #include <QTextStream>
 
@@ -55,28 +55,17 @@ void writeButtonlevelFile(const std::vector<QString> &values)
                  << "entries";
         return;
     }
-    // The rename below would replace a read-only file too: refuse it the way
-    // opening it for writing does (with the caller's effective rights).
-    QFile existing(path);
-    if (existing.exists() && !existing.open(QIODevice::WriteOnly | QIODevice::Append)) {
-        qDebug() << "writeButtonlevelFile : Unable to open" << verbatim(path);
-        return;
-    }
-    existing.close();
-
-    // Written to a temporary file and renamed, so a reader never sees half a file.
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate)) {
-        qDebug() << "writeButtonlevelFile : Unable to open" << verbatim(path);
-        return;
-    }
     const QByteArray text = QStringLiteral("lcd %1\nscr %2\n").arg(values[0], values[1]).toLatin1();
-    // Pushed out before the commit: a buffered write that fails (a full disk)
-    // would otherwise still be renamed over the old file, leaving it empty.
-    if (file.write(text) != text.size() || !file.flush())
-        file.cancelWriting();
-    if (!file.commit())
+    switch (settingsfile::save(path, text)) {
+    case settingsfile::SaveResult::Saved:
+        break;
+    case settingsfile::SaveResult::OpenFailed:
+        qDebug() << "writeButtonlevelFile : Unable to open" << verbatim(path);
+        break;
+    case settingsfile::SaveResult::WriteFailed:
         qDebug() << "writeButtonlevelFile : Unable to write" << verbatim(path);
+        break;
+    }
 }
 
 void writeButtonlevelFileDefaults()

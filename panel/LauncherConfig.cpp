@@ -1,19 +1,23 @@
 #include "LauncherConfig.h"
-#include "panel/DebugFormat.h"
 
+#include "panel/DebugFormat.h"
 #include "panel/RuntimeEnv.h"
+#include "panel/SettingsFile.h"
 
 #include <QDebug>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QList>
 #include <QMap>
 #include <QPair>
 #include <QSettings>
-#include <QTemporaryFile>
+#include <QTemporaryDir>
 
-#include <cstdio>
+#include <cerrno>
+#include <signal.h>
 #include <unistd.h>
+
 
 namespace {
 
@@ -53,49 +57,66 @@ bool holds(const QString &fileName, Values before, const Changes &changes)
     return true;
 }
 
-bool renameOver(const QString &from, const QString &to)
+// QSettings writes a whole file under a name of its own, with a lock file
+// beside it. It works on a copy in a private directory in RAM, never beside
+// the settings (a read-only directory, a flash partition) nor in the watched
+// /tmp; the result is then saved like every settings file.
+QString scratchParent()
 {
-    return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+    const QFileInfo shm(QStringLiteral("/dev/shm"));
+    return shm.isDir() && shm.isWritable() ? shm.filePath() : QDir::tempPath();
 }
 
-// Applies `changes` to the file that `file` reads; on any failure the file
-// stays as it was. QSettings' own save renames its temporary file over the
-// target even when writing that failed for want of space, which emptied the
-// file. So the change goes to a copy beside it, and the copy replaces the file
-// only once it reads back whole and is on disk. Only copies are written (and
-// locked) by QSettings: a lock left by a killed save never holds up the next.
-bool changeThroughCopy(const QSettings &file, const Changes &changes)
+// "panel-setup-<pid>-XXXXXX": the process id tells a killed save's directory
+// from one in use by another running instance.
+const char *const ScratchPrefix = "panel-setup-";
+
+// The file's bytes with `changes` applied by QSettings; empty when QSettings
+// failed or its result does not read back with every old key and the new values.
+QByteArray changedBytes(const QByteArray &original, const Changes &changes)
 {
-    const QString path = file.fileName();
-    // Opened for writing: the rename would replace a read-only file too.
-    QFile original(path);
-    if (!original.open(QIODevice::ReadWrite))
-        return false;
-    const QByteArray bytes = original.readAll();
-    QTemporaryFile copy(path + QStringLiteral(".XXXXXX"));
-    if (!copy.open() || copy.write(bytes) != bytes.size() || !copy.flush()
-        || !copy.setPermissions(original.permissions()))
-        return false;
-    // Taken from the fresh copy: QSettings' cache of the real file can be stale
-    // when two saves replaced it within its time resolution.
-    const Values before = valuesOf(copy.fileName());
+    QTemporaryDir scratch(scratchParent() + QLatin1Char('/') + QLatin1String(ScratchPrefix)
+                          + QString::number(::getpid()) + QStringLiteral("-XXXXXX"));
+    if (!scratch.isValid())
+        return QByteArray();
+    const QString copyPath = scratch.filePath(QStringLiteral("launcher.cfg"));
+    QFile copy(copyPath);
+    if (!copy.open(QIODevice::WriteOnly) || copy.write(original) != original.size() || !copy.flush())
+        return QByteArray();
+    copy.close();
+    const Values before = valuesOf(copyPath);
     {
-        QSettings settings(copy.fileName(), QSettings::IniFormat);
+        QSettings settings(copyPath, QSettings::IniFormat);
         for (const auto &change : changes)
             settings.setValue(change.first, change.second);
         settings.sync();
         if (settings.status() != QSettings::NoError)
-            return false;
+            return QByteArray();
     }
+    if (!copy.open(QIODevice::ReadOnly))
+        return QByteArray();
+    const QByteArray changed = copy.readAll();
+    copy.close();
     // Read back under a name of its own: QSettings answers from what it wrote
     // for as long as the file's size and time match, however short the file.
-    QTemporaryFile written(path + QStringLiteral(".XXXXXX"));
-    if (!written.open() || !renameOver(copy.fileName(), written.fileName())
-        || !holds(written.fileName(), before, changes))
+    const QString checkPath = scratch.filePath(QStringLiteral("check.cfg"));
+    QFile check(checkPath);
+    if (!check.open(QIODevice::WriteOnly) || check.write(changed) != changed.size() || !check.flush())
+        return QByteArray();
+    check.close();
+    return holds(checkPath, before, changes) ? changed : QByteArray();
+}
+
+// Applies `changes` to the file that `file` reads; on any failure the file
+// keeps its bytes.
+bool changeThroughCopy(const QSettings &file, const Changes &changes)
+{
+    QFile original(file.fileName());
+    if (!original.open(QIODevice::ReadOnly))
         return false;
-    QFile result(written.fileName());
-    return result.open(QIODevice::ReadOnly) && ::fsync(result.handle()) == 0
-           && renameOver(written.fileName(), path);
+    const QByteArray changed = changedBytes(original.readAll(), changes);
+    return !changed.isEmpty()
+           && settingsfile::save(file.fileName(), changed) == settingsfile::SaveResult::Saved;
 }
 
 // A save that fails for want of room or rights is the file's being not writeable.
@@ -108,6 +129,22 @@ bool saveChanges(const QSettings &file, const Changes &changes)
 }
 
 } // namespace
+
+void removeStaleScratchCopies()
+{
+    QDir parent(scratchParent());
+    for (const QString &entry : parent.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden)) {
+        if (!entry.startsWith(QLatin1String(ScratchPrefix)))
+            continue;
+        const QStringList parts = entry.mid(int(qstrlen(ScratchPrefix))).split(QLatin1Char('-'));
+        bool isPid = false;
+        const int pid = parts.value(0).toInt(&isPid);
+        if (parts.size() != 2 || !isPid || pid <= 0 || parts.at(1).size() != 6)
+            continue;
+        if (::kill(pid_t(pid), 0) != 0 && errno == ESRCH)
+            QDir(parent.filePath(entry)).removeRecursively();
+    }
+}
 
 QString launcherConfigPath()
 {

@@ -13,6 +13,10 @@
 // /etc/kd5820m/launcher.cfg under the runtime root.
 QString launcherConfigPath();
 
+// Saves go through a copy in a private directory in RAM; removes those that
+// saves of processes no longer running left behind.
+void removeStaleScratchCopies();
+
 // Activation key ids from [setup] button1/button2; 24 and 25 when the file is
 // missing or unreadable. Null pointers are ignored.
 void readActivateButtons(int *button1, int *button2);

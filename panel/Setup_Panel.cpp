@@ -2,9 +2,11 @@
 
 #include "buttondriver/KVB_Messages.h"
 #include "netutil/NetUtil.h"
+#include "pages/ButtonLevelFile.h"
 #include "panel/DebugFormat.h"
 #include "panel/LauncherConfig.h"
 #include "panel/RuntimeEnv.h"
+#include "panel/SettingsFile.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -40,6 +42,7 @@ Setup_Panel::Setup_Panel(const QString &script_path)
       _gateway_param(this, QStringLiteral("?#")),
       _script_path(script_path)
 {
+    removeSaveLeftovers();
     loadActivateButtons();
     _activate_timer.setSingleShot(true);
     // Qt's default coarse timers may fire 5 % early: a 4.8 s hold would take over.
@@ -58,6 +61,13 @@ Setup_Panel::~Setup_Panel()
 {
     // The members then go in reverse order: strings, timers, editors, pages, clients.
     delete _watcher;
+}
+
+void Setup_Panel::removeSaveLeftovers()
+{
+    for (const QString &path : {NetUtil::interfacesPath(), launcherConfigPath(), buttonlevelFilePath()})
+        settingsfile::removeLeftovers(path);
+    removeStaleScratchCopies();
 }
 
 void Setup_Panel::startDevices()

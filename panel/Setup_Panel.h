@@ -27,6 +27,10 @@ public:
     explicit Setup_Panel(const QString &script_path);
     ~Setup_Panel() override;
 
+    // Removes the copies that saves killed half-way left beside the three
+    // settings files; the constructor does it first.
+    static void removeSaveLeftovers();
+
     // Connects the devices and takes the panel over at once when the start
     // flag exists or the main application is not installed.
     void startDevices();

@@ -187,21 +187,10 @@ private Q_SLOTS:
     }
 
     // A read-only file, or the file in a read-only directory.
-    void readOnlyIsNotWritten_data()
+    void readOnlyFileIsNotWritten()
     {
-        QTest::addColumn<bool>("directory");
-        QTest::newRow("file") << false;
-        QTest::newRow("directory") << true;
-    }
-
-    void readOnlyIsNotWritten()
-    {
-        QFETCH(bool, directory);
         writeFile("lcd 1\nscr 2\n");
-        if (directory)
-            QVERIFY(QFile(_dir).setPermissions(QFile::ReadOwner | QFile::ExeOwner));
-        else
-            QVERIFY(QFile(_path).setPermissions(QFile::ReadOwner | QFile::ReadGroup | QFile::ReadOther));
+        QVERIFY(QFile(_path).setPermissions(QFile::ReadOwner | QFile::ReadGroup | QFile::ReadOther));
         MessageRecorder log;
         {
             PermissionBitsEnforced enforced;
@@ -211,6 +200,24 @@ private Q_SLOTS:
         QCOMPARE(log.messages(),
                  QStringList{"writeButtonlevelFile : Unable to open " + quoted(_path)});
         QCOMPARE(fileContent(), QByteArray("lcd 1\nscr 2\n"));
+        QCOMPARE(QDir(_dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                 QStringList{"buttonlevel"});
+    }
+
+    // A writable file in a directory the program cannot write: written in place.
+    void writableFileInReadOnlyDirectoryIsWritten()
+    {
+        writeFile("lcd 1\nscr 2\n");
+        QVERIFY(QFile(_dir).setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+        MessageRecorder log;
+        {
+            PermissionBitsEnforced enforced;
+            QVERIFY(enforced.isActive());
+            writeButtonlevelFile({"55", "66"});
+        }
+        QVERIFY(QFile(_dir).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        QCOMPARE(log.messages(), QStringList());
+        QCOMPARE(fileContent(), QByteArray("lcd 55\nscr 66\n"));
         QCOMPARE(QDir(_dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
                  QStringList{"buttonlevel"});
     }

@@ -1,5 +1,6 @@
 // The setup page end to end: network, font and PSU saves, and revert.
 #include "support/PanelDaemon.h"
+#include "support/SettingsSaves.h"
 
 #include <QtTest>
 
@@ -123,6 +124,41 @@ private Q_SLOTS:
         QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0 192.168.  1. 10"));
         QCOMPARE(d.sandbox.readFile("/etc/network/interfaces"), Sandbox::DefaultInterfaces);
         QVERIFY(d.sandbox.calls().isEmpty());
+    }
+
+    // A read-only root's layout: every settings file a symbolic link into the
+    // flash partition. The saves land in the flash files, the links stay, and
+    // the start removed what a killed save had left there.
+    void savesFollowLinksIntoFlash()
+    {
+        P d(PANEL_SETUP_BINARY);
+        const QString flash = d.sandbox.hostPath("/mnt/flashdisk/etc");
+        QVERIFY(QDir().mkpath(flash));
+        const QStringList files = {"/etc/network/interfaces", "/etc/kd5820m/launcher.cfg", "/etc/kd5820m/buttonlevel"};
+        for (const QString &file : files) {
+            const QString target = flash + '/' + QFileInfo(file).fileName();
+            QVERIFY(QFile::rename(d.sandbox.hostPath(file), target));
+            QVERIFY(QFile::link(target, d.sandbox.hostPath(file)));
+        }
+        QVERIFY(d.sandbox.writeFile("/mnt/flashdisk/etc/interfaces.panel-setup-k1LLed", "killed save"));
+        QVERIFY(d.sandbox.writeFile(Sandbox::StartFlagPath, QByteArray()));
+        QVERIFY(d.startConnected());
+        QTRY_COMPARE_WITH_TIMEOUT(d.commands(), P::firstMainMenuCommands(), 5000);
+        QString failure;
+        QVERIFY2(saveEverySetting(d, &failure), qPrintable(failure));
+
+        QCOMPARE(d.sandbox.readFile("/mnt/flashdisk/etc/interfaces"),
+                 QByteArray(Sandbox::DefaultInterfaces).replace("address 192.", "address 193."));
+        QCOMPARE(d.sandbox.readFile("/mnt/flashdisk/etc/launcher.cfg"),
+                 QByteArray("[font]\nheight=13\nwidth=8\n\n[psu]\nredundant=1\n\n[setup]\nbutton1=24\nbutton2=25\n"));
+        QVERIFY(d.sandbox.readFile("/mnt/flashdisk/etc/buttonlevel") != Sandbox::DefaultButtonLevel);
+        for (const QString &file : files) {
+            const QFileInfo link(d.sandbox.hostPath(file));
+            QVERIFY2(link.isSymLink(), qPrintable(file));
+            QCOMPARE(link.symLinkTarget(), flash + '/' + link.fileName());
+        }
+        QCOMPARE(QDir(flash).entryList(QDir::Files | QDir::Hidden),
+                 QStringList({"buttonlevel", "interfaces", "launcher.cfg"}));
     }
 
     // A part above 255 in the file shows as read, a turn wraps it to 0, and

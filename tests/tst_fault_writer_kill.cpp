@@ -8,10 +8,16 @@
 // the file, under a name of its own, so an empty lock left by a kill cannot
 // hold up a later save; the test counts stalled starts all the same.
 //
+// It runs on the plain layout and on the one devices with a read-only root
+// use: each settings file a symbolic link into the flash partition. There the
+// links must stay links, and the next start must find nothing left beside
+// the files.
+//
 // PANEL_SETUP_KILL_CYCLES sets the number of kills (default 60); the soak
 // label runs it with more.
 #include "hardening/SettingsRounds.h"
 #include "panel/LauncherConfig.h"
+#include "panel/Setup_Panel.h"
 #include "support/TestRoot.h"
 
 #include <QDir>
@@ -104,14 +110,34 @@ private Q_SLOTS:
         QVERIFY(_launcher[0][1] != _launcher[1][0]);
         QCOMPARE(_levels[1], QByteArray("lcd 35\nscr 7\n"));
 
-        settingsrounds::saveAll(round(0));
+    }
+
+    void killedWhileSaving_data()
+    {
+        QTest::addColumn<bool>("symlinked");
+        QTest::newRow("plain") << false;
+        QTest::newRow("symlinked into flash") << true;
     }
 
     void killedWhileSaving()
     {
+        QFETCH(bool, symlinked);
+        settingsrounds::saveAll(round(0));
+        const QString flash = _root.hostPath("/mnt/flashdisk/etc");
+        QVERIFY(QDir(flash).removeRecursively() && QDir().mkpath(flash));
+        for (const char *file : {InterfacesPath, ButtonLevelPath, LauncherPath}) {
+            const QString path = _root.hostPath(QLatin1String(file));
+            const QString target = flash + '/' + QFileInfo(path).fileName();
+            if (symlinked)
+                QVERIFY(QFile::rename(path, target) && QFile::link(target, path));
+            else if (QFileInfo(path).isSymLink())
+                QVERIFY(QFile::remove(path) && QFile::rename(target, path));
+        }
+
         const int cycles = cyclesWanted();
         QRandomGenerator rng(0x6b111u);
         int survived = 0;
+        QStringList killedPids;
         int stalls = 0;        // children whose first round took over a second
         qint64 longestStart = 0;
         int landed[3] = {0, 0, 0}; // kills that left 0, 1 or 2+ files of the round under way
@@ -124,6 +150,7 @@ private Q_SLOTS:
             child.setProcessChannelMode(QProcess::SeparateChannels);
             child.start(QStringLiteral(PANEL_SETTINGS_WRITER), QStringList());
             QVERIFY2(child.waitForStarted(5000), qPrintable(child.errorString()));
+            killedPids << QString::number(child.processId());
             QElapsedTimer start;
             start.start();
             // At least one complete round, then a kill somewhere in the next few.
@@ -182,15 +209,34 @@ private Q_SLOTS:
         QCOMPARE(_root.readFile(InterfacesPath), _interfaces[1]);
         QCOMPARE(_root.readFile(ButtonLevelPath), _levels[1]);
         QCOMPARE(_root.readFile(LauncherPath), _launcher[1][1]);
-        const QStringList leftovers =
-            QDir(_root.path() + "/etc/network").entryList(QDir::Files | QDir::Hidden)
-            + QDir(_root.path() + "/etc/kd5820m").entryList(QDir::Files | QDir::Hidden);
+        const auto filesLeft = [&] {
+            return QDir(_root.path() + "/etc/network").entryList(QDir::Files | QDir::Hidden)
+                   + QDir(_root.path() + "/etc/kd5820m").entryList(QDir::Files | QDir::Hidden)
+                   + QDir(flash).entryList(QDir::Files | QDir::Hidden);
+        };
+        const int copiesLeft = int(filesLeft().filter(".panel-setup-").size());
 
         qInfo("writer kill: %d of %d kill cycles survived, %lld complete rounds, kills after "
               "0/1/2+ new files: %d/%d/%d, %d stalled starts (longest first round %lld ms), "
-              "%lld ms; files left: %s",
+              "%lld ms; copies left beside the files: %d",
               survived, cycles, rounds, landed[0], landed[1], landed[2], stalls, longestStart,
-              qint64(clock.elapsed()), qPrintable(leftovers.join(QLatin1Char(' '))));
+              qint64(clock.elapsed()), copiesLeft);
+        for (const char *file : {InterfacesPath, ButtonLevelPath, LauncherPath})
+            QCOMPARE(QFileInfo(_root.hostPath(QLatin1String(file))).isSymLink(), symlinked);
+        // What the next start removes: the copies of killed saves, nothing else.
+        Setup_Panel::removeSaveLeftovers();
+        QStringList files = {"buttonlevel", "interfaces", "launcher.cfg"};
+        if (symlinked)
+            files += files;
+        files.sort();
+        QStringList left = filesLeft();
+        left.sort();
+        QCOMPARE(left, files);
+        // And the launcher saves' copies in RAM of the killed children.
+        const QFileInfo shm("/dev/shm");
+        QDir scratch(shm.isDir() && shm.isWritable() ? shm.filePath() : QDir::tempPath());
+        for (const QString &entry : scratch.entryList({"panel-setup-*"}, QDir::Dirs))
+            QVERIFY2(!killedPids.contains(entry.section('-', 2, 2)), qPrintable(entry));
         QCOMPARE(survived, cycles);
         // Enough kills hit different moments of a round, not always the same one.
         if (cycles >= 50)

@@ -38,6 +38,13 @@ bool bindReadOnly(const QString &dir, QString *why)
     return true;
 }
 
+bool bind(const QString &source, const QString &target, QString *why)
+{
+    if (mount(source.toLocal8Bit().constData(), target.toLocal8Bit().constData(), nullptr, MS_BIND, nullptr) != 0)
+        return failed("bind mount", target, why);
+    return true;
+}
+
 bool mountTmpfs(const QString &dir, const QString &options, QString *why)
 {
     const QByteArray path = dir.toLocal8Bit();

@@ -17,6 +17,10 @@ bool enter(QString *why);
 // dir, as it stands, becomes read-only (EROFS even for root).
 bool bindReadOnly(const QString &dir, QString *why);
 
+// source (a file or a directory) mounted over target, as a device binds a
+// writable file over a read-only one.
+bool bind(const QString &source, const QString &target, QString *why);
+
 // A fresh tmpfs on dir, with tmpfs options such as "size=256k,nr_inodes=64".
 bool mountTmpfs(const QString &dir, const QString &options, QString *why);
 
