@@ -2,6 +2,7 @@
 
 #include "panel/RuntimeEnv.h"
 
+#include <QDebug>
 #include <QElapsedTimer>
 #include <QHostAddress>
 #include <QMetaType>
@@ -29,6 +30,7 @@ QButtonDriverClient::QButtonDriverClient(QObject *parent)
     : QObject(parent), _socket(new QTcpSocket(this))
 {
     qRegisterMetaType<std::vector<QByteArray>>("vector<QByteArray>");
+    _socket->setReadBufferSize(ReadBufferSize);
     connect(_socket, &QTcpSocket::connected, this, &QButtonDriverClient::connected);
     // Commands are small and each should be drawn at once, not held back by Nagle.
     connect(_socket, &QTcpSocket::connected, _socket,
@@ -74,8 +76,7 @@ bool QButtonDriverClient::msg(const QByteArray &message)
         return false;
     _frames.resize(0);
     appendFrame(&_frames, message);
-    send(_frames);
-    return true;
+    return send(_frames);
 }
 
 bool QButtonDriverClient::msg(const vector<QByteArray> &messages)
@@ -85,9 +86,7 @@ bool QButtonDriverClient::msg(const vector<QByteArray> &messages)
     _frames.resize(0);
     for (const QByteArray &message : messages)
         appendFrame(&_frames, message);
-    if (!_frames.isEmpty())
-        send(_frames);
-    return true;
+    return _frames.isEmpty() || send(_frames);
 }
 
 void QButtonDriverClient::connected()
@@ -116,11 +115,20 @@ bool QButtonDriverClient::readyToSend()
 // own buffer the frames go straight to the kernel: through that buffer, the
 // socket would switch its write notifier on and off for each frame, and each
 // switch wakes the event loop. What the kernel does not take (or a failed
-// connection) is left to the socket.
-void QButtonDriverClient::send(const QByteArray &frames)
+// connection) is left to the socket, unless the backlog is already full: then
+// the whole drawing is dropped, so the stream never holds part of one.
+bool QButtonDriverClient::send(const QByteArray &frames)
 {
+    const qint64 waiting = _socket->bytesToWrite();
+    if (waiting > 0 && waiting + frames.size() > WriteBacklog) {
+        if (!_dropping)
+            qDebug() << "QButtonDriverClient: the button driver does not read, drawings are dropped";
+        _dropping = true;
+        return false;
+    }
+    _dropping = false;
     qint64 sent = 0;
-    if (_socket->bytesToWrite() == 0) {
+    if (waiting == 0) {
         sent = ::send(int(_socket->socketDescriptor()), frames.constData(), size_t(frames.size()),
                       MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0)
@@ -130,6 +138,7 @@ void QButtonDriverClient::send(const QByteArray &frames)
         _socket->write(frames.constData() + sent, frames.size() - sent);
         _socket->flush();
     }
+    return true;
 }
 
 } // namespace buttondriver

@@ -15,13 +15,22 @@ using std::vector;
 
 // The write-only connection to the button driver. Each command goes out at once
 // as one frame: a big-endian length word, then the command. There is no queue:
-// while the driver is away a send blocks up to 1000 ms and is then dropped.
+// while the driver is away a send blocks up to 1000 ms and is then dropped, and
+// while it does not read, a drawing that finds more than WriteBacklog bytes
+// still waiting is dropped whole.
 class QButtonDriverClient : public QObject
 {
     Q_OBJECT
 
 public:
     static constexpr int SendConnectTimeout = 1000;
+    // Unsent bytes past which drawings are dropped: some 60 full redraws of
+    // the panel (a main menu is about 1 KiB), far more than a driver that
+    // reads at all ever leaves behind.
+    static constexpr qint64 WriteBacklog = 64 * 1024;
+    // The driver never sends anything that the program reads; what it sends
+    // all the same waits in the kernel's buffer beyond these few bytes.
+    static constexpr qint64 ReadBufferSize = 4096;
 
     explicit QButtonDriverClient(QObject *parent = nullptr);
 
@@ -41,12 +50,14 @@ public Q_SLOTS:
 private:
     void startConnecting();
     bool readyToSend();
-    void send(const QByteArray &frames);
+    bool send(const QByteArray &frames);
 
     QTcpSocket *_socket; // child: closed when the client goes
     // The frames of one send. Kept between sends so that its storage is
     // reused; the socket copies what the kernel does not take at once.
     QByteArray _frames;
+    // Drawings are being dropped for want of a reading driver; logged once.
+    bool _dropping = false;
 };
 
 } // namespace buttondriver

@@ -40,9 +40,20 @@ void FakeButtonDriver::clientGone(QTcpSocket *client)
     _pending.remove(client);
 }
 
+void FakeButtonDriver::setReading(bool reading)
+{
+    _reading = reading;
+    for (QTcpSocket *client : clients()) {
+        // One byte read ahead at most: the socket then stops reading.
+        client->setReadBufferSize(reading ? 0 : 1);
+        if (reading)
+            readClient(client);
+    }
+}
+
 void FakeButtonDriver::readClient(QTcpSocket *client)
 {
-    if (!_pending.contains(client))
+    if (!_reading || !_pending.contains(client))
         return;
     _pending[client].append(client->readAll());
     // Looked up again each round: a slot of messageReceived may stop the driver.

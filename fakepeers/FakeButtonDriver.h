@@ -46,6 +46,9 @@ public:
     // one under PANEL_SETUP_ROOT; without a root nothing is read, so the
     // host's file is never touched.
     void setReadsLevelFile(bool reads) { _readsLevelFile = reads; }
+    // A driver that hangs: while false, nothing more is read from the clients,
+    // so what they send piles up in the kernel's buffers; true reads on.
+    void setReading(bool reading);
     // Reads the levels now (same rule), for the panel's state before any update.
     void readLevelFile();
 
@@ -66,6 +69,7 @@ private:
     QList<Received> _received;
     int _malformed = 0;
     bool _readsLevelFile = false;
+    bool _reading = true;
 };
 
 #endif // FAKEBUTTONDRIVER_H

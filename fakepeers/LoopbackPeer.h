@@ -24,6 +24,8 @@ public:
     bool isListening() const { return _server.isListening(); }
     quint16 port() const { return _port; }
     int clientCount() const { return _clients.size(); }
+    // The accepted connections; a test that plays a hostile peer writes to them directly.
+    const QList<QTcpSocket *> &clients() const { return _clients; }
 
 signals:
     void clientConnected();
@@ -31,7 +33,6 @@ signals:
 protected:
     explicit LoopbackPeer(QObject *parent);
 
-    const QList<QTcpSocket *> &clients() const { return _clients; }
     // Aborts one connection and forgets it.
     void dropClient(QTcpSocket *client);
 

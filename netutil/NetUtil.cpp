@@ -1,12 +1,12 @@
 #include "NetUtil.h"
-#include "panel/DebugFormat.h"
 
+#include "panel/DebugFormat.h"
 #include "panel/RuntimeEnv.h"
 #include "panel/SettingsFile.h"
 
+#include <QBuffer>
 #include <QByteArray>
 #include <QDebug>
-#include <QFile>
 #include <QStringList>
 
 #include <ifaddrs.h>
@@ -100,11 +100,13 @@ void NetUtil::readInterfacesFile(std::vector<QString> &params)
 {
     if (!hasEntries(params, 8))
         return;
-    QFile file(interfacesPath());
-    if (!file.open(QIODevice::ReadOnly)) {
+    QByteArray bytes;
+    if (!settingsfile::readSmallFile(interfacesPath(), &bytes)) {
         qDebug() << openFailed;
         return;
     }
+    QBuffer file(&bytes);
+    file.open(QIODevice::ReadOnly);
 
     QString interface;
     while (!file.atEnd()) {

@@ -25,12 +25,12 @@ bool readButtonlevelFile(std::vector<QString> &values)
     if (!QFile::exists(path))
         writeButtonlevelFileDefaults();
 
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+    QByteArray bytes;
+    if (!settingsfile::readSmallFile(path, &bytes)) {
         qDebug() << "readButtonlevelFile: Unable to open file" << verbatim(path);
         return false;
     }
-    QTextStream in(&file);
+    QTextStream in(bytes);
     QString line;
     while (in.readLineInto(&line)) {
         qDebug() << "line =" << verbatim(line);

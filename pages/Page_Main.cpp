@@ -1,9 +1,9 @@
 #include "pages/Page_Main.h"
-#include "panel/DebugFormat.h"
 
 #include "buttondriver/KVB_Messages.h"
 #include "pages/MenuNavigation.h"
 #include "pages/MenuTables.h"
+#include "panel/DebugFormat.h"
 #include "panel/VersionFile.h"
 
 #include <QDebug>

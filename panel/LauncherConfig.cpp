@@ -14,6 +14,8 @@
 #include <QSettings>
 #include <QTemporaryDir>
 
+#include <memory>
+
 #include <cerrno>
 #include <signal.h>
 #include <unistd.h>
@@ -24,10 +26,18 @@ namespace {
 // Keys with their group ("font/width") and the values a save gives them.
 using Changes = QList<QPair<QString, int>>;
 
-// QSettings reports NoError for a missing file, which must count as unreadable here.
-bool readable(const QSettings &settings)
+// The file through QSettings when it is one that QSettings can read: a small
+// regular file (QSettings would hang on a FIFO and read a device without end)
+// without errors. Null otherwise; QSettings itself reports NoError for a
+// missing file.
+std::unique_ptr<QSettings> openSettings(const QString &path)
 {
-    return QFileInfo::exists(settings.fileName()) && settings.status() == QSettings::NoError;
+    if (!settingsfile::isSmallRegularFile(path))
+        return nullptr;
+    auto settings = std::make_unique<QSettings>(path, QSettings::IniFormat);
+    if (settings->status() != QSettings::NoError)
+        return nullptr;
+    return settings;
 }
 
 using Values = QMap<QString, QVariant>;
@@ -111,10 +121,10 @@ QByteArray changedBytes(const QByteArray &original, const Changes &changes)
 // keeps its bytes.
 bool changeThroughCopy(const QSettings &file, const Changes &changes)
 {
-    QFile original(file.fileName());
-    if (!original.open(QIODevice::ReadOnly))
+    QByteArray original;
+    if (!settingsfile::readSmallFile(file.fileName(), &original))
         return false;
-    const QByteArray changed = changedBytes(original.readAll(), changes);
+    const QByteArray changed = changedBytes(original, changes);
     return !changed.isEmpty()
            && settingsfile::save(file.fileName(), changed) == settingsfile::SaveResult::Saved;
 }
@@ -156,16 +166,16 @@ void readActivateButtons(int *button1, int *button2)
     if (!button1 || !button2)
         return;
     const QString path = launcherConfigPath();
-    QSettings settings(path, QSettings::IniFormat);
-    if (!readable(settings)) {
+    const auto settings = openSettings(path);
+    if (!settings) {
         qDebug() << "Error reading configuration file '" << verbatim(path) << "'";
         *button1 = 24;
         *button2 = 25;
     } else {
-        settings.beginGroup("setup");
-        *button1 = settings.value("button1", 24).toInt();
-        *button2 = settings.value("button2", 25).toInt();
-        settings.endGroup();
+        settings->beginGroup("setup");
+        *button1 = settings->value("button1", 24).toInt();
+        *button2 = settings->value("button2", 25).toInt();
+        settings->endGroup();
     }
     qDebug() << "Using activate buttons: _activate_but1 =" << *button1
              << ", _activate_but2 =" << *button2;
@@ -176,16 +186,16 @@ void readFontDimensions(int *width, int *height)
     if (!width || !height)
         return;
     const QString path = launcherConfigPath();
-    QSettings settings(path, QSettings::IniFormat);
-    if (!readable(settings)) {
+    const auto settings = openSettings(path);
+    if (!settings) {
         qDebug() << "Error reading configuration file '" << verbatim(path) << "'";
         return;
     }
     // No defaults: a missing key reads as 0, unlike the -1 left by an unreadable file.
-    settings.beginGroup("font");
-    *width = settings.value("width").toInt();
-    *height = settings.value("height").toInt();
-    settings.endGroup();
+    settings->beginGroup("font");
+    *width = settings->value("width").toInt();
+    *height = settings->value("height").toInt();
+    settings->endGroup();
 }
 
 int writeFontDimensions(int width, int height)
@@ -196,52 +206,52 @@ int writeFontDimensions(int width, int height)
         qDebug() << "Font settings will not be saved!!";
         return -1;
     }
-    QSettings settings(path, QSettings::IniFormat);
-    if (settings.status() != QSettings::NoError) {
+    const auto settings = openSettings(path);
+    if (!settings) {
         qDebug() << "Error reading configuration file '" << verbatim(path) << "'";
         return 1;
     }
     // Tries to open the file for writing, so it answers for this process as it runs.
-    if (!settings.isWritable()) {
+    if (!settings->isWritable()) {
         qDebug() << "Configuration file" << verbatim(path) << "is not writeable!!";
         return 2;
     }
     qDebug() << "Font dimensions set to width =" << width << "and height =" << height
              << "in file" << verbatim(path);
-    return saveChanges(settings, {{"font/width", width}, {"font/height", height}}) ? 0 : 2;
+    return saveChanges(*settings, {{"font/width", width}, {"font/height", height}}) ? 0 : 2;
 }
 
 int readPsuMode()
 {
     const QString path = launcherConfigPath();
     qDebug() << "Getting PSU mode from file" << verbatim(path);
-    QSettings settings(path, QSettings::IniFormat);
-    if (!readable(settings)) {
+    const auto settings = openSettings(path);
+    if (!settings) {
         qDebug() << "Error accessing '" << verbatim(path) << "' for reading";
         return 0;
     }
-    if (!settings.contains("psu/redundant")) {
+    if (!settings->contains("psu/redundant")) {
         qDebug() << "Config file doesn't contain the PSU key. Setting it to zero.";
         // The mode is 0 whether or not the key could be added, and a failed
         // addition goes unreported.
-        changeThroughCopy(settings, {{"psu/redundant", 0}});
+        changeThroughCopy(*settings, {{"psu/redundant", 0}});
         return 0;
     }
     qDebug() << "Found PSU key.";
-    return settings.value("psu/redundant", 0).toInt();
+    return settings->value("psu/redundant", 0).toInt();
 }
 
 int writePsuMode(int mode)
 {
     const QString path = launcherConfigPath();
-    QSettings settings(path, QSettings::IniFormat);
-    if (!readable(settings)) {
+    const auto settings = openSettings(path);
+    if (!settings) {
         qDebug() << "Error accessing '" << verbatim(path) << "' for reading";
         return -1;
     }
-    if (!settings.isWritable()) {
+    if (!settings->isWritable()) {
         qDebug() << "Configuration file" << verbatim(path) << "is not writeable!!";
         return -1;
     }
-    return saveChanges(settings, {{"psu/redundant", mode}}) ? 0 : -1;
+    return saveChanges(*settings, {{"psu/redundant", mode}}) ? 0 : -1;
 }

@@ -127,6 +127,46 @@ SaveResult writeInPlace(const QString &target, const QByteArray &bytes)
 
 } // namespace
 
+bool readSmallFile(const QString &path, QByteArray *bytes)
+{
+    const int fd = ::open(encoded(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    struct stat status = {};
+    bool ok = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= MaxReadSize;
+    QByteArray read;
+    if (ok) {
+        // One byte more than allowed tells a file that grew past the limit.
+        read.resize(int(MaxReadSize) + 1);
+        qint64 done = 0;
+        for (;;) {
+            const ssize_t n = ::read(fd, read.data() + done, size_t(read.size() - done));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0) {
+                ok = n == 0;
+                break;
+            }
+            done += n;
+            if (done == read.size())
+                break;
+        }
+        ok = ok && done <= MaxReadSize;
+        read.resize(int(done));
+    }
+    ::close(fd);
+    if (ok && bytes)
+        *bytes = read;
+    return ok;
+}
+
+bool isSmallRegularFile(const QString &path)
+{
+    struct stat status = {};
+    return ::stat(encoded(path).constData(), &status) == 0 && S_ISREG(status.st_mode)
+           && status.st_size <= MaxReadSize;
+}
+
 QString finalTarget(const QString &path)
 {
     QString current = path;

@@ -19,6 +19,19 @@
 // full file system leaves the old bytes, then written, truncated and synced.
 namespace settingsfile {
 
+// Settings files are a few hundred bytes; a larger "settings file" (a link to
+// a device, a runaway log) is treated as unreadable instead of being read.
+constexpr qint64 MaxReadSize = 64 * 1024;
+
+// The bytes of path (its links followed) when it is a regular file of at most
+// MaxReadSize bytes that opens for reading. Opened without blocking: a FIFO in
+// its place cannot hang the program.
+bool readSmallFile(const QString &path, QByteArray *bytes);
+
+// Whether path (its links followed) is a regular file of at most MaxReadSize
+// bytes, for readers that open the file themselves.
+bool isSmallRegularFile(const QString &path);
+
 enum class SaveResult {
     Saved,
     OpenFailed,  // the file could not be opened or created

@@ -1,10 +1,10 @@
 #include "VersionFile.h"
-#include "panel/DebugFormat.h"
 
+#include "panel/DebugFormat.h"
 #include "panel/RuntimeEnv.h"
+#include "panel/SettingsFile.h"
 
 #include <QDebug>
-#include <QFile>
 #include <QStringList>
 #include <QTextStream>
 
@@ -12,14 +12,14 @@ QString readVersionFile(bool twoLines)
 {
     const QString notAvailable = twoLines ? "VER=\nN/A" : "VER=N/A";
     const QString path = runtimeenv::path("/opt/kd5820m/version");
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+    QByteArray bytes;
+    if (!settingsfile::readSmallFile(path, &bytes)) {
         qDebug() << "readVersionFile: Unable to open file" << verbatim(path) << "\n";
         return notAvailable;
     }
 
     // readLine() drops the line end, so a trailing blank does not make a third word.
-    const QStringList words = QTextStream(&file).readLine().split(' ', Qt::SkipEmptyParts);
+    const QStringList words = QTextStream(bytes).readLine().split(' ', Qt::SkipEmptyParts);
     if (words.size() < 3) {
         qDebug() << "readVersionFile: error parsing version file should be 'kdxxxxm version ####'";
         return notAvailable;

@@ -3,6 +3,8 @@
 #include <QCoreApplication>
 #include <QString>
 
+#include <csignal>
+
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
@@ -13,6 +15,9 @@ int main(int argc, char *argv[])
         script_path = QString::fromLatin1(argv[1]);
 
     // No signal handlers: SIGTERM and SIGINT end the process as they normally do.
+    // A reader of the log that went away must cost log lines, not the panel:
+    // SIGPIPE is ignored (no handler), so such writes just fail.
+    std::signal(SIGPIPE, SIG_IGN);
     Setup_Panel panel(script_path);
     panel.startDevices();
 

@@ -20,6 +20,10 @@ class QCollectorClient : public QObject
 public:
     static constexpr int ReconnectInterval = 2000;
     static constexpr int FrameSize = 4 + CollectorMsg::WireSize;
+    // What the socket reads ahead of the frames handled: about 200 frames.
+    // The kernel's buffer holds the rest, so a flooding collector is slowed
+    // down by TCP instead of growing the daemon.
+    static constexpr qint64 ReadBufferSize = 4096;
 
     explicit QCollectorClient(QObject *parent = nullptr);
 
@@ -33,6 +37,9 @@ public Q_SLOTS:
     void tryConnect();
 
 private:
+    void skipReceived(qint64 length);
+    void resumeReading();
+
     QTcpSocket *_socket; // child: closed when the client goes
     QTimer *_timer;      // reconnect timer, runs while not connected
 };

@@ -1,4 +1,5 @@
 #include "UnixSignalHandler.h"
+
 #include "panel/DebugFormat.h"
 
 #include <QDebug>

@@ -79,7 +79,7 @@ unit=$work/root/usr/lib/systemd/system/panel-setup.service
 init=$work/root/etc/init.d/panel-setup
 grep -qx 'ExecStart=/usr/sbin/panel-setup ${SETUP_SCRIPT}' "$unit" || fail "unit: ExecStart"
 grep -qx 'Environment=SETUP_SCRIPT=/usr/sbin/setup_script' "$unit" || fail "unit: SETUP_SCRIPT"
-grep -qx 'Restart=on-failure' "$unit" || fail "unit: Restart"
+grep -qx 'Restart=always' "$unit" || fail "unit: Restart"
 grep -qx 'After=kd5820m-collector.service kd5820m-buttondriver.service' "$unit" || fail "unit: After"
 grep -qx 'DAEMON=/usr/sbin/panel-setup' "$init" || fail "init script: DAEMON"
 grep -qx 'SETUP_SCRIPT=/usr/sbin/setup_script' "$init" || fail "init script: SETUP_SCRIPT"

@@ -1,7 +1,8 @@
 #!/bin/sh
 # Runs the configured init script against a stub daemon in a temporary
-# directory: the setup script path is the daemon's argument, a failed daemon is
-# restarted, a clean exit is not, status and stop cover the whole process group.
+# directory: the setup script path is the daemon's argument, any exit that stop
+# did not ask for is followed by a restart (a failure, a clean exit, death by
+# SIGPIPE), stop ends it for good, status and stop cover the whole process group.
 # Usage: check-initscript.sh CONFIGURED_INIT_SCRIPT
 set -u
 PATH=/sbin:/usr/sbin:/bin:/usr/bin
@@ -80,16 +81,18 @@ out=$(sh "$init" status)
 [ $? -eq 3 ] || fail "status of a stopped daemon: $out"
 [ "$out" = "panel-setup is not running" ] || fail "status said: $out"
 
-# A clean exit is not a failure: no restart.
-rm "$work/calls"
-printf '0\n' >"$work/plan"
+# A clean exit and death by SIGPIPE (141) are restarted too; stop then ends it
+# for good.
+rm "$work/calls" "$work/signals"
+printf '0\n141\n' >"$work/plan"
 sh "$init" start >/dev/null || fail "start failed"
-wait_calls 1
-wait_group_gone "$(cat "$work/panel-setup.pid")"
+wait_calls 3
+group=$(cat "$work/panel-setup.pid")
+sh "$init" stop >/dev/null || fail "stop failed"
+wait_group_gone "$group"
 sleep 0.3
-[ "$(calls)" -eq 1 ] || fail "a clean exit was restarted"
-out=$(sh "$init" status)
-[ $? -eq 1 ] || fail "status after the daemon ended: $out"
+[ "$(calls)" -eq 3 ] || fail "stop was followed by a restart"
+[ "$(cat "$work/signals" 2>/dev/null)" = TERM ] || fail "stop did not end the daemon with SIGTERM"
 
 out=$(sh "$init" bogus 2>&1)
 [ $? -eq 3 ] || fail "an unknown action must exit with 3"

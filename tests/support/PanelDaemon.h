@@ -34,6 +34,10 @@ public:
     bool start(const QStringList &arguments = {});
     void stop();
     bool isRunning() const;
+    qint64 pid() const { return _process.processId(); }
+    // Closes the test's end of the daemon's output pipe, as a log reader that
+    // died would: the daemon's next line meets a pipe without a reader.
+    void closeOutput() { _process.closeReadChannel(QProcess::StandardOutput); }
     // startPeers() and start(), then waits until the daemon is connected to both.
     bool startConnected(const QStringList &arguments = {});
     // Starts in setup mode (start flag) and waits for the main menu.
@@ -50,6 +54,8 @@ public:
 
     QStringList outputLines() const;
     bool hasLine(const QString &line) const;
+    // Whether the output holds text anywhere; cheap on a long output.
+    bool outputContains(const QByteArray &text) const { return _output.contains(text); }
     int countLines(const QString &line) const;
 
     // A key of the sandbox's launcher configuration ("font/width"); -1 when absent.

@@ -36,14 +36,28 @@ qint64 findByEnvironment(const QString &executable, const QByteArray &entry)
     return -1;
 }
 
-qint64 residentKiB(qint64 pid)
+namespace {
+
+qint64 statusKiB(qint64 pid, const QByteArray &field)
 {
     const QList<QByteArray> lines = readProcFile(QStringLiteral("/proc/%1/status").arg(pid)).split('\n');
     for (const QByteArray &line : lines) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+        if (line.startsWith(field))
+            return line.mid(field.size()).trimmed().split(' ').value(0).toLongLong();
     }
     return -1;
+}
+
+} // namespace
+
+qint64 residentKiB(qint64 pid)
+{
+    return statusKiB(pid, "VmRSS:");
+}
+
+qint64 peakResidentKiB(qint64 pid)
+{
+    return statusKiB(pid, "VmHWM:");
 }
 
 } // namespace processprobe

@@ -17,6 +17,9 @@ qint64 findByEnvironment(const QString &executable, const QByteArray &entry);
 // VmRSS of the process in KiB; -1 when it cannot be read.
 qint64 residentKiB(qint64 pid);
 
+// VmHWM, the peak of VmRSS since the process started, in KiB; -1 when it cannot be read.
+qint64 peakResidentKiB(qint64 pid);
+
 } // namespace processprobe
 
 #endif // PROCESSPROBE_H
