@@ -19,6 +19,9 @@ const QString PushSwitches = QStringLiteral("zxcvbn");   // keys 24 to 29
 const QString GpiKeys = QStringLiteral("wertyuio");      // GPIs 0 to 7
 constexpr int HoldMsecs = 5500;                          // the daemon wants 5 s
 constexpr int BoxWidth = paneltext::ScreenWidth + 2;
+// The three screens side by side; 24 rows leave the event log five lines.
+constexpr int MinColumns = PanelModel::Screens * BoxWidth + PanelModel::Screens - 1;
+constexpr int MinRows = 24;
 
 const char *const Reset = "\x1b[0m";
 
@@ -48,6 +51,32 @@ QString join(const QString &a, const QString &b)
 QString fit(const QString &text, int width)
 {
     return text.left(width).leftJustified(width);
+}
+
+// Plain text in lines of at most width characters, broken between words.
+QStringList wrap(const QString &text, int width)
+{
+    QStringList lines;
+    QString line;
+    for (const QString &word : text.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        if (!line.isEmpty() && line.size() + 1 + word.size() > width) {
+            lines << line;
+            line.clear();
+        }
+        line += (line.isEmpty() ? QString() : QStringLiteral(" ")) + word;
+    }
+    if (!line.isEmpty())
+        lines << line;
+    return lines;
+}
+
+bool blank(const PanelModel &model)
+{
+    for (int screen = 0; screen < PanelModel::Screens; ++screen) {
+        if (!model.lines(screen).isEmpty() || !model.overlays(screen).isEmpty())
+            return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -247,6 +276,19 @@ void TerminalView::render()
 
 QStringList TerminalView::frame() const
 {
+    if (_columns < MinColumns || _rows < MinRows) {
+        // Cut to fit, the boxes and lines would read as garbage.
+        QStringList lines;
+        const QString message = QStringLiteral("panel-sim needs a terminal of at least %1x%2; this one is %3x%4. "
+                                               "Make it bigger to see the panel, or press q to quit.")
+                                    .arg(MinColumns)
+                                    .arg(MinRows)
+                                    .arg(_columns)
+                                    .arg(_rows);
+        for (const QString &line : wrap(message, _columns))
+            lines << sgr(QStringLiteral("1;33")) + fit(line, _columns);
+        return lines;
+    }
     QStringList lines;
     lines << sgr(QStringLiteral("1")) + fit(QStringLiteral("panel-sim | %1 | root %2")
                                                 .arg(_panel.daemonState(), _panel.sandbox().root()),
@@ -262,7 +304,10 @@ QStringList TerminalView::frame() const
 
     QString status = _panel.holdState();
     QString colour = QStringLiteral("1;33");
-    if (status.isEmpty() && !_panel.warnings().isEmpty()) {
+    // The daemon draws nothing until it takes the panel over: say why it is blank.
+    if (status.isEmpty() && _panel.isReady() && blank(_panel.panel())) {
+        status = QStringLiteral("idle: the main application has the panel, press m to take it over");
+    } else if (status.isEmpty() && !_panel.warnings().isEmpty()) {
         status = QStringLiteral("warnings: %1, the last: %2").arg(_panel.warnings().size()).arg(_panel.warnings().last());
         colour = QStringLiteral("33");
     }

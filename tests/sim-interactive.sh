@@ -4,7 +4,7 @@
 # capture-pane. Usage: sim-interactive.sh PANEL_SIM
 set -eu
 sim=$1
-command -v tmux >/dev/null 2>&1 || { echo "tmux is not installed: skipped"; exit 77; }
+command -v tmux >/dev/null 2>&1 || { echo "FAILED: tmux is missing (scripts/install-deps installs it)"; exit 1; }
 
 work=$(mktemp -d)
 socket=panel-sim-test-$$
@@ -35,6 +35,14 @@ expect_screen() {
     screen | sed "s/$esc/<ESC>/g"
     exit 1
 }
+# Fails when the screen shows a fixed string.
+not_on_screen() {
+    if screen | grep -qF -- "$2"; then
+        echo "FAILED: $1. The screen:"
+        screen | sed "s/$esc/<ESC>/g"
+        exit 1
+    fi
+}
 keys() {
     tmux send-keys -t sim "$@"
     sleep 0.2
@@ -43,10 +51,12 @@ keys() {
 started=$(date +%s)
 tmux new-session -d -s sim -x 100 -y 30 "'$sim' --root '$work/root'; echo \$? > '$work/exit-status'; sleep 60"
 
-# Idle as on a device: nothing drawn, the help line says how to take over.
+# Idle as on a device: nothing drawn; the status line says why, the help line
+# how to take over.
 expect_screen "daemon running, help line" "daemon running \(pid [0-9]+\)$esc?"
 expect_screen "help line names the activation keys" "m=hold 24\+25 5s: take over"
-screen | grep -q "SETUP" && { echo "FAILED: a menu is drawn before the take-over"; exit 1; }
+expect_screen "idle hint" "idle: the main application has the panel, press m to take it over"
+not_on_screen "a menu is drawn before the take-over" "SETUP"
 pid=$(screen | sed -n 's/.*daemon running (pid \([0-9]*\)).*/\1/p' | head -n 1)
 
 # m holds the two activation keys 5.5 s: the daemon takes the panel over.
@@ -55,6 +65,23 @@ expect_screen "hold shown" "holding keys 24 25"
 expect_screen "setup script called" "setup_script enter" 90
 expect_screen "main menu drawn, SETUP highlighted" "\|$esc\[7mSETUP" 30
 expect_screen "main menu items" "\|EXIT +\|"
+not_on_screen "the idle hint stays after the take-over" "idle:"
+
+# Below 80x24 the view asks for a bigger terminal instead of a cut panel; at
+# 80x24 the panel is back.
+tmux resize-window -t sim -x 79 -y 30
+expect_screen "79 columns: asks for more" "needs a terminal of at least 80x24; this one is 79x30"
+not_on_screen "79 columns: a panel drawn" "TFT 0"
+tmux resize-window -t sim -x 100 -y 23
+expect_screen "23 rows: asks for more" "needs a terminal of at least 80x24; this one is 100x23"
+not_on_screen "23 rows: a panel drawn" "TFT 0"
+tmux resize-window -t sim -x 30 -y 8
+expect_screen "30x8: the message broken into lines" "(^|m)30x8\. Make it bigger to see"
+tmux resize-window -t sim -x 80 -y 24
+expect_screen "80x24: the panel again" "\|$esc\[7mSETUP"
+expect_screen "80x24: the help line" "q=quit"
+not_on_screen "80x24: still asks for more" "needs a terminal"
+tmux resize-window -t sim -x 100 -y 30
 
 # j and the arrow keys turn the menu shaft.
 keys j

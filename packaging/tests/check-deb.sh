@@ -9,8 +9,12 @@ build_dir=$1 cpack=$2 readme=$3 prefix=$4
 
 fail() { echo "FAIL: $*"; exit 1; }
 
-for tool in dpkg-deb dpkg-shlibdeps readelf; do
-    command -v $tool >/dev/null || { echo "SKIP: $tool is missing (dpkg-dev, binutils)"; exit 77; }
+# Off Debian there is no package to build. On Debian the tools are part of
+# what scripts/install-deps installs, so a missing one fails the test.
+command -v dpkg >/dev/null || { echo "SKIP: no dpkg, not a Debian system"; exit 77; }
+for tool in dpkg-deb:dpkg dpkg-shlibdeps:dpkg-dev readelf:binutils file:file; do
+    command -v "${tool%:*}" >/dev/null ||
+        fail "${tool%:*} is missing (package ${tool#*:}; scripts/install-deps installs it)"
 done
 [ "$prefix" = /usr ] || fail "this build directory installs to $prefix; a Debian package needs /usr (the default of a fresh build directory)"
 
