@@ -6,7 +6,8 @@
 // QCollectorClient's socket, and is drained by one readyRead, so the client's
 // own framing (data()) and CollectorMsg::unpack cut it into records. The
 // records must be exactly those of the framing rules (20-byte frames, a
-// length other than 16 consumes what is there and ends the segment), and each
+// length other than 16 consumes what is there and ends the segment; the
+// stream is cut to the client's read-ahead), and each
 // one then goes through a fresh page tree with a recording callback, which
 // must never be handed a command that the button driver cannot decode.
 #include "FuzzTarget.h"
@@ -155,7 +156,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     const size_t largestSegment = data[0];
     quint32 state = data[1] * 2654435761u + 1;
-    const QByteArray stream(reinterpret_cast<const char *>(data + 2), int(size - 2));
+    // At most what the client reads ahead: then every byte written is in its
+    // read buffer when it handles a segment, as the framing rules assume (past
+    // that the kernel holds the rest, and the frames behind a bad frame are
+    // read on as it delivers them).
+    const QByteArray stream(reinterpret_cast<const char *>(data + 2),
+                            int(qMin<size_t>(size - 2, collector::QCollectorClient::ReadBufferSize - 2)));
 
     int fds[2];
     check(socketpair(AF_UNIX, SOCK_STREAM, 0, fds) == 0, "socketpair failed");
