@@ -2,13 +2,19 @@
 //
 // The input becomes, in a sandbox root, the network interfaces file, the
 // button-level file, the version file and the launcher configuration, and
-// each reader runs over it. Besides not crashing, what they return must keep
-// the shapes the rest of the program relies on.
+// each reader runs over it, the PSU reader too (which may add its key). Then
+// every writer saves into the same throw-away root, over whatever the input
+// left there. Besides not crashing, what the readers return must keep the
+// shapes the rest of the program relies on, and the writers' files must hold
+// exactly their bytes, or be left as they were where a save is refused.
 #include "FuzzTarget.h"
 #include "netutil/NetUtil.h"
 #include "pages/ButtonLevelFile.h"
 #include "panel/LauncherConfig.h"
 #include "panel/VersionFile.h"
+
+#include <QFile>
+#include <QSettings>
 
 #include <vector>
 
@@ -29,6 +35,19 @@ bool isWord(const QString &value)
 {
     return !value.contains(QLatin1Char(' ')) && !value.contains(QLatin1Char('\n'))
            && value == value.trimmed();
+}
+
+// A value of the launcher configuration as it is on disk. QSettings answers
+// from its cache while a file's size and time are those it saw, which two
+// saves within a millisecond keep: it reads a copy under a name never used.
+QVariant onDisk(const QString &key)
+{
+    static int copies = 0;
+    const QString copy = QStringLiteral("/launcher-copy-%1.cfg").arg(++copies);
+    check(root->writeFile(copy, root->readFile("/etc/kd5820m/launcher.cfg")), "cannot copy the launcher file");
+    const QVariant value = QSettings(root->hostPath(copy), QSettings::IniFormat).value(key);
+    QFile::remove(root->hostPath(copy));
+    return value;
 }
 
 } // namespace
@@ -74,5 +93,29 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     readActivateButtons(&button1, &button2);
     int width = -1, height = -1;
     readFontDimensions(&width, &height);
+    // Adds the key where the file lacks it.
+    readPsuMode();
+    const QByteArray launcher = root->readFile("/etc/kd5820m/launcher.cfg");
+
+    NetUtil::writeInterfacesFile({"10.1.2.3", "255.0.0.0", "", "0.0.0.0"});
+    check(root->readFile("/etc/network/interfaces")
+              == "auto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet static\naddress 10.1.2.3\n"
+                 "netmask 255.0.0.0\n",
+          "interfaces file not written whole");
+    writeButtonlevelFile({QStringLiteral("55"), QStringLiteral("66")});
+    check(root->readFile("/etc/kd5820m/buttonlevel") == "lcd 55\nscr 66\n", "button-level file not written whole");
+
+    // The launcher writers save into whatever INI text the input is, or
+    // refuse it (unreadable, or a result that does not read back whole).
+    const int fontSaved = writeFontDimensions(6, 13);
+    check(fontSaved >= 0 && fontSaved <= 2, "font save result");
+    if (fontSaved == 0)
+        check(onDisk("font/width").toInt() == 6 && onDisk("font/height").toInt() == 13, "font size not saved");
+    const int psuSaved = writePsuMode(1);
+    check(psuSaved == 0 || psuSaved == -1, "PSU save result");
+    if (psuSaved == 0)
+        check(onDisk("psu/redundant").toInt() == 1, "PSU mode not saved");
+    if (fontSaved != 0 && psuSaved != 0)
+        check(root->readFile("/etc/kd5820m/launcher.cfg") == launcher, "refused saves changed the launcher file");
     return 0;
 }
