@@ -7,6 +7,7 @@
 #include "panel/LauncherConfig.h"
 #include "panel/RuntimeEnv.h"
 #include "panel/SettingsFile.h"
+#include "panel/SystemCommand.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -17,7 +18,6 @@
 #include <QThread>
 
 #include <cstdio>
-#include <cstdlib>
 #include <unistd.h>
 
 using buttondriver::KVB_ButtonLeds;
@@ -115,7 +115,7 @@ void Setup_Panel::loadNetworkParams()
         qDebug() << "IP address is not set.";
         const QString cmd = QStringLiteral("touch ") + _start_flag_path;
         qDebug() << "cmd = [" << verbatim(cmd) << "]";
-        system(cmd.toLatin1().constData());
+        runCommand(cmd);
     }
 
     _params.clear();
@@ -153,7 +153,7 @@ void Setup_Panel::runScript(const QString &word)
     // Passed to the shell as it stands, unquoted.
     const QString cmd = _script_path + QLatin1Char(' ') + word;
     qDebug() << "system(" << verbatim(cmd) << ")";
-    system(cmd.toLatin1().constData());
+    runCommand(cmd);
 }
 
 void Setup_Panel::runScriptEnter()
@@ -199,7 +199,7 @@ void Setup_Panel::pcb_save_network_settings()
     NetUtil::writeInterfacesFile(addresses);
     NetUtil::restartNetworking();
     QFile::remove(_start_flag_path);
-    system(runtimeenv::path(QStringLiteral("/bin/sync")).toLatin1().constData());
+    runCommand(runtimeenv::path(QStringLiteral("/bin/sync")));
 }
 
 void Setup_Panel::pcb_reserved()
@@ -375,7 +375,7 @@ void Setup_Panel::doRebootPoweroff()
             const QString cmd = reboot ? QStringLiteral("reboot -n") : QStringLiteral("poweroff -n");
             qDebug() << "system(" << verbatim(cmd) << ")";
             QThread::sleep(2);
-            system(cmd.toLatin1().constData());
+            runCommand(cmd);
         }
     };
 

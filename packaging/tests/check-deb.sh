@@ -2,7 +2,8 @@
 # Builds the Debian package of a build directory with cpack and checks it: the
 # exact file list with modes, that README.md documents every file, the control
 # fields (architecture of the daemon's ELF machine, library dependencies,
-# conffiles), the paths inside the service files, and a simulated install.
+# conffiles), the paths inside the service files, lintian (no error and no
+# warning), and a simulated install.
 # Usage: check-deb.sh BUILD_DIR CPACK_COMMAND README INSTALL_PREFIX
 set -u
 build_dir=$1 cpack=$2 readme=$3 prefix=$4
@@ -12,7 +13,7 @@ fail() { echo "FAIL: $*"; exit 1; }
 # Off Debian there is no package to build. On Debian the tools are part of
 # what scripts/install-deps installs, so a missing one fails the test.
 command -v dpkg >/dev/null || { echo "SKIP: no dpkg, not a Debian system"; exit 77; }
-for tool in dpkg-deb:dpkg dpkg-shlibdeps:dpkg-dev readelf:binutils file:file; do
+for tool in dpkg-deb:dpkg dpkg-shlibdeps:dpkg-dev readelf:binutils file:file lintian:lintian; do
     command -v "${tool%:*}" >/dev/null ||
         fail "${tool%:*} is missing (package ${tool#*:}; scripts/install-deps installs it)"
 done
@@ -39,6 +40,15 @@ drwxr-xr-x ./usr/lib/systemd/system/
 drwxr-xr-x ./usr/sbin/
 -rwxr-xr-x ./usr/sbin/panel-setup
 -rwxr-xr-x ./usr/sbin/setup_script
+drwxr-xr-x ./usr/share/
+drwxr-xr-x ./usr/share/doc/
+drwxr-xr-x ./usr/share/doc/panel-setup/
+-rw-r--r-- ./usr/share/doc/panel-setup/changelog.gz
+-rw-r--r-- ./usr/share/doc/panel-setup/copyright
+drwxr-xr-x ./usr/share/man/
+drwxr-xr-x ./usr/share/man/man8/
+-rw-r--r-- ./usr/share/man/man8/panel-setup.8.gz
+-rw-r--r-- ./usr/share/man/man8/setup_script.8.gz
 EOF
 diff -u "$work/expected" "$work/files" || fail "file list differs (- expected, + package)"
 
@@ -49,6 +59,7 @@ done
 
 field() { dpkg-deb -f "$deb" "$1"; }
 [ "$(field Package)" = panel-setup ] || fail "Package: $(field Package)"
+[ "$(field Pre-Depends)" = "init-system-helpers (>= 1.54~)" ] || fail "Pre-Depends: $(field Pre-Depends)"
 
 dpkg-deb -x "$deb" "$work/root"
 daemon=$work/root/usr/sbin/panel-setup
@@ -94,6 +105,14 @@ if command -v systemd-analyze >/dev/null; then
     complaints=$(systemd-analyze verify "$unit" 2>&1 | grep -v 'Command /usr/sbin/panel-setup is not executable')
     [ -z "$complaints" ] || fail "systemd-analyze verify: $complaints"
 fi
+
+# Debian's package checker at its default level: no error, no warning. The
+# informational tags that remain are named in README.md.
+lintian --allow-root --no-tag-display-limit "$deb" >"$work/lintian.log" 2>&1
+lintian_status=$?
+cat "$work/lintian.log"
+grep -q '^[EW]: ' "$work/lintian.log" && fail "lintian reports errors or warnings"
+[ $lintian_status -eq 0 ] || fail "lintian failed (exit $lintian_status)"
 
 # Installable: apt resolves the dependencies without installing anything.
 if command -v apt-get >/dev/null; then
