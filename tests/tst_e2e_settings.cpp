@@ -18,6 +18,20 @@ private:
                 "text 1 6 0 ",          "text 1 7 0 Save Changes",  "text 1 8 0 Revert Changes"};
     }
 
+    // From an address editor whose last turn is drawn: back to the list,
+    // "Revert Changes", and the IP address opened again, which must show
+    // `baseline`.
+    static void revertAndReopenAddress(P &d, const QString &baseline)
+    {
+        QTest::qWait(200); // the page's 150 ms redraw of the last turn
+        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
+        QCOMPARE(d.step(P::turn(8), 2), QStringList({"text 1 8 1 Revert Changes", "text 1 0 0 IP Addr"}));
+        QCOMPARE(d.step(P::select(), 4),
+                 QStringList({"leds 3 0 0", "text 2 2 0 Changes were", "text 2 3 0 Discarded", "clear 2"}));
+        QCOMPARE(d.step(P::turn(-8), 2), QStringList({"text 1 0 1 IP Addr", "text 1 8 0 Revert Changes"}));
+        QCOMPARE(d.step(P::select(), 3).first(), "text 2 0 0 " + baseline);
+    }
+
 private Q_SLOTS:
     void networkSave()
     {
@@ -114,14 +128,8 @@ private Q_SLOTS:
         QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0 192.168.  1. 10"));
         d.collector.send(P::turn(5));
         QTRY_COMPARE(d.driver.panel().text(2, 0), QString("197.168.  1. 10"));
-        QTest::qWait(200); // the page's 150 ms redraw of the last turn
-        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
-        QCOMPARE(d.step(P::turn(8), 2), QStringList({"text 1 8 1 Revert Changes", "text 1 0 0 IP Addr"}));
-        QCOMPARE(d.step(P::select(), 4),
-                 QStringList({"leds 3 0 0", "text 2 2 0 Changes were", "text 2 3 0 Discarded", "clear 2"}));
         // The editor holds the file's address again.
-        QCOMPARE(d.step(P::turn(-8), 2), QStringList({"text 1 0 1 IP Addr", "text 1 8 0 Revert Changes"}));
-        QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0 192.168.  1. 10"));
+        revertAndReopenAddress(d, "192.168.  1. 10");
         QCOMPARE(d.sandbox.readFile("/etc/network/interfaces"), Sandbox::DefaultInterfaces);
         QVERIFY(d.sandbox.calls().isEmpty());
     }
@@ -178,13 +186,7 @@ private Q_SLOTS:
         QCOMPARE(d.driver.panel().text(2, 1), QString("            ^"));
         d.collector.send(P::turn(1));
         QTRY_COMPARE(d.driver.panel().text(2, 0), QString(" 10.  0.  0.  0"));
-        QTest::qWait(200); // the page's 150 ms redraw of the last turn
-        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
-        QCOMPARE(d.step(P::turn(8), 2), QStringList({"text 1 8 1 Revert Changes", "text 1 0 0 IP Addr"}));
-        QCOMPARE(d.step(P::select(), 4),
-                 QStringList({"leds 3 0 0", "text 2 2 0 Changes were", "text 2 3 0 Discarded", "clear 2"}));
-        QCOMPARE(d.step(P::turn(-8), 2), QStringList({"text 1 0 1 IP Addr", "text 1 8 0 Revert Changes"}));
-        QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0  10.  0.  0.300"));
+        revertAndReopenAddress(d, " 10.  0.  0.300");
     }
 };
 
