@@ -14,12 +14,10 @@
 #include <QSettings>
 #include <QTemporaryDir>
 
-#include <memory>
-
 #include <cerrno>
+#include <memory>
 #include <signal.h>
 #include <unistd.h>
-
 
 namespace {
 

@@ -25,12 +25,12 @@ QByteArray encoded(const QString &path)
     return QFile::encodeName(path);
 }
 
-bool writeAll(int fd, const QByteArray &bytes, off_t offset)
+// All of bytes from the file's start.
+bool writeAll(int fd, const QByteArray &bytes)
 {
     qint64 done = 0;
     while (done < bytes.size()) {
-        const ssize_t n =
-            ::pwrite(fd, bytes.constData() + done, size_t(bytes.size() - done), offset + off_t(done));
+        const ssize_t n = ::pwrite(fd, bytes.constData() + done, size_t(bytes.size() - done), off_t(done));
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
@@ -95,7 +95,7 @@ Outcome replaceAtomically(const QString &target, const struct stat *existing, co
         && (::fchown(fd, existing->st_uid, existing->st_gid) != 0
             || ::fchmod(fd, existing->st_mode & 07777) != 0))
         return giveUp(Outcome::InPlace);
-    if (!writeAll(fd, bytes, 0) || ::fsync(fd) != 0)
+    if (!writeAll(fd, bytes) || ::fsync(fd) != 0)
         return giveUp(Outcome::WriteFailed);
     if (::close(fd) != 0) {
         ::unlink(encoded(copy).constData());
@@ -119,7 +119,7 @@ SaveResult writeInPlace(const QString &target, const QByteArray &bytes)
     // without the call are written all the same.
     const int reserved = bytes.isEmpty() ? 0 : ::posix_fallocate(fd, 0, off_t(bytes.size()));
     const bool written = (reserved == 0 || reserved == EOPNOTSUPP || reserved == EINVAL)
-                         && writeAll(fd, bytes, 0) && ::ftruncate(fd, off_t(bytes.size())) == 0
+                         && writeAll(fd, bytes) && ::ftruncate(fd, off_t(bytes.size())) == 0
                          && ::fsync(fd) == 0;
     const bool closed = ::close(fd) == 0;
     return written && closed ? SaveResult::Saved : SaveResult::WriteFailed;
