@@ -340,6 +340,9 @@ void Page_Setup::saveFlow()
         saver->_page = this;
         connect(saver, &QThread::finished, this, &Page_Setup::saveParam_finished,
                 Qt::QueuedConnection);
+        // The previous save's thread has reported back but may not have
+        // ended yet; starting it before it has would do nothing.
+        saver->wait();
         saver->start(QThread::InheritPriority);
     }
 }
