@@ -65,16 +65,6 @@ bool holds(const QString &fileName, Values before, const Changes &changes)
     return true;
 }
 
-// QSettings writes a whole file under a name of its own, with a lock file
-// beside it. It works on a copy in a private directory in RAM, never beside
-// the settings (a read-only directory, a flash partition) nor in the watched
-// /tmp; the result is then saved like every settings file.
-QString scratchParent()
-{
-    const QFileInfo shm(QStringLiteral("/dev/shm"));
-    return shm.isDir() && shm.isWritable() ? shm.filePath() : QDir::tempPath();
-}
-
 // "panel-setup-<pid>-XXXXXX": the process id tells a killed save's directory
 // from one in use by another running instance.
 const char *const ScratchPrefix = "panel-setup-";
@@ -152,6 +142,16 @@ void removeStaleScratchCopies()
         if (::kill(pid_t(pid), 0) != 0 && errno == ESRCH)
             QDir(parent.filePath(entry)).removeRecursively();
     }
+}
+
+// QSettings writes a whole file under a name of its own, with a lock file
+// beside it. It works on a copy in a private directory in RAM, never beside
+// the settings (a read-only directory, a flash partition) nor in the watched
+// /tmp; the result is then saved like every settings file.
+QString scratchParent()
+{
+    const QFileInfo shm(QStringLiteral("/dev/shm"));
+    return shm.isDir() && shm.isWritable() ? shm.filePath() : QDir::tempPath();
 }
 
 QString launcherConfigPath()

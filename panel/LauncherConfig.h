@@ -13,8 +13,11 @@
 // /etc/kd5820m/launcher.cfg under the runtime root.
 QString launcherConfigPath();
 
-// Saves go through a copy in a private directory in RAM; removes those that
-// saves of processes no longer running left behind.
+// Where saves keep their copies, each in a private directory
+// "panel-setup-<pid>-XXXXXX": /dev/shm, or the temporary directory without it.
+QString scratchParent();
+
+// Removes the copies' directories of processes no longer running.
 void removeStaleScratchCopies();
 
 // Activation key ids from [setup] button1/button2; 24 and 25 when the file is

@@ -431,8 +431,7 @@ private Q_SLOTS:
             ::_exit(0);
         QVERIFY(endedPid > 0);
         QVERIFY(::waitpid(endedPid, nullptr, 0) == endedPid);
-        const QFileInfo shm("/dev/shm");
-        const QString parent = shm.isDir() && shm.isWritable() ? shm.filePath() : QDir::tempPath();
+        const QString parent = scratchParent();
         const QString gone = parent + "/panel-setup-" + QString::number(endedPid) + "-AbC123";
         const QString running = parent + "/panel-setup-" + QString::number(::getpid()) + "-AbC123";
         const QString other = parent + "/panel-setup-notapid-AbC123";

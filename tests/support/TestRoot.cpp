@@ -1,5 +1,7 @@
 #include "support/TestRoot.h"
 
+#include "panel/LauncherConfig.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -8,9 +10,7 @@ TestRoot::TestRoot(const QString &templatePath) : _dir(templatePath) {}
 
 QString TestRoot::ramTemplate(const QString &name)
 {
-    const QFileInfo shm(QStringLiteral("/dev/shm"));
-    return (shm.isDir() && shm.isWritable() ? shm.filePath() : QDir::tempPath()) + QLatin1Char('/') + name
-        + QStringLiteral("-XXXXXX");
+    return scratchParent() + QLatin1Char('/') + name + QStringLiteral("-XXXXXX");
 }
 
 bool TestRoot::install() const
