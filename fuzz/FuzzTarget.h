@@ -24,6 +24,16 @@ inline void check(bool condition, const char *what)
     abort();
 }
 
+// For the targets' message handlers: a fatal message aborts, with its text
+// (libFuzzer's report only shows the stack).
+inline void abortOnFatal(QtMsgType type, const QString &text)
+{
+    if (type != QtFatalMsg)
+        return;
+    fprintf(stderr, "%s: fatal: %s\n", targetName, qPrintable(text));
+    abort();
+}
+
 // Once, from LLVMFuzzerInitialize: the Qt application, the message handler,
 // and a fresh root on the RAM disk (inputs rewrite its files all the time) as
 // PANEL_SETUP_ROOT.

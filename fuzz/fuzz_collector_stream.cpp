@@ -40,10 +40,9 @@ int wrongSizeMessages = 0;
 // client's critical line is counted against the framing rules.
 void messageHandler(QtMsgType type, const QMessageLogContext &, const QString &text)
 {
+    fuzztarget::abortOnFatal(type, text);
     if (type == QtCriticalMsg && text.startsWith(QLatin1String("wrong collector message size")))
         ++wrongSizeMessages;
-    else if (type == QtFatalMsg)
-        abort();
 }
 
 // The files the pages read at creation, the same before every input.

@@ -40,8 +40,7 @@ constexpr size_t StepSize = 17;
 
 void watchForTheEnd(QtMsgType type, const QMessageLogContext &, const QString &text)
 {
-    if (type == QtFatalMsg)
-        abort();
+    fuzztarget::abortOnFatal(type, text);
     if (text.startsWith(QLatin1String("Changing state to st_reboot"))
         || text.startsWith(QLatin1String("Changing state to st_poweroff"))
         || text.contains(QLatin1String("elinquishing control")))

@@ -24,10 +24,9 @@ namespace {
 
 TestRoot *root = nullptr;
 
-void quiet(QtMsgType type, const QMessageLogContext &, const QString &)
+void quiet(QtMsgType type, const QMessageLogContext &, const QString &text)
 {
-    if (type == QtFatalMsg)
-        abort();
+    fuzztarget::abortOnFatal(type, text);
 }
 
 // A value read from a "keyword value" line: one blank-free word.

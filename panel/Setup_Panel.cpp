@@ -366,6 +366,9 @@ void Setup_Panel::doRebootPoweroff()
     {
     public:
         explicit RebootThread(bool reboot) : reboot(reboot) {}
+        // A process that ends during the 2 s still reboots; a running
+        // QThread destroyed at exit would abort it instead.
+        ~RebootThread() override { wait(); }
 
         bool reboot;
 

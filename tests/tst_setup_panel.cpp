@@ -20,6 +20,8 @@
 #include <memory>
 
 #include <dirent.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using collector::CollectorMsg;
 using P = PanelDaemon;
@@ -587,6 +589,26 @@ private Q_SLOTS:
         QCOMPARE(sentUpToMarker(panel, next).mid(2, 6), threeScreens(0, "Shutting ") + threeScreens(1, "Down Now"));
         waitForRebootCall(2);
         QCOMPARE(_sandbox->calls(), QStringList({"reboot -n", "reboot -n"}));
+    }
+
+    // A process that ends while the reboot thread still waits does not abort:
+    // it runs the command and then exits.
+    void exitDuringRebootWaitStillReboots()
+    {
+        _sandbox->clearCalls();
+        const pid_t child = fork();
+        QVERIFY(child >= 0);
+        if (child == 0) {
+            Setup_Panel panel("setup_script");
+            panel.gotoState(Setup_Panel::st_reboot);
+            panel.doRebootPoweroff();
+            exit(0);
+        }
+        int status = 0;
+        QCOMPARE(waitpid(child, &status, 0), child);
+        QVERIFY2(WIFEXITED(status), qPrintable(QStringLiteral("ended by signal %1").arg(WTERMSIG(status))));
+        QCOMPARE(WEXITSTATUS(status), 0);
+        QCOMPARE(_sandbox->calls(), QStringList("reboot -n"));
     }
 
     void upgradeWatcherIsWired()
