@@ -1,6 +1,7 @@
 #include "QButtonDriverClient.h"
 
 #include "panel/RuntimeEnv.h"
+#include "panel/TrustChecks.h"
 
 #include <QDebug>
 #include <QElapsedTimer>
@@ -91,6 +92,7 @@ bool QButtonDriverClient::msg(const vector<QByteArray> &messages)
 
 void QButtonDriverClient::connected()
 {
+    trustchecks::acceptPeer(_socket, "button driver");
 }
 
 void QButtonDriverClient::startConnecting()

@@ -8,6 +8,7 @@
 #include "panel/RuntimeEnv.h"
 #include "panel/SettingsFile.h"
 #include "panel/SystemCommand.h"
+#include "panel/TrustChecks.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -17,6 +18,7 @@
 #include <QStringList>
 #include <QThread>
 
+#include <algorithm>
 #include <cstdio>
 #include <unistd.h>
 
@@ -298,15 +300,14 @@ void Setup_Panel::onTimerEnterSetup()
 
 void Setup_Panel::onSystemUpgrade(const QString &path)
 {
-    qDebug() << "Path that changed =" << verbatim(path);
-    // Listed as the directory holds them, without sorting.
+    qDebug() << "Path that changed =" << verbatim(trustchecks::forLog(path));
     QDir dir(path, QStringLiteral("*.img"), QDir::Unsorted);
-    const QStringList upgradeFiles = dir.entryList();
+    const QStringList upgradeFiles = upgradeImages(dir);
 
     if (!_upgrading) {
         if (upgradeFiles.isEmpty())
             return;
-        qDebug().noquote() << "Upgrade files detected:" << debugListForm(upgradeFiles);
+        qDebug().noquote() << "Upgrade files detected:" << debugListForm(forLog(upgradeFiles));
         // Set first: the hook and the pauses below let a nested change through.
         _upgrading = true;
         if (!_active)
@@ -325,10 +326,10 @@ void Setup_Panel::onSystemUpgrade(const QString &path)
     if (upgradeFiles.isEmpty()) {
         qDebug() << "Upgrade has finished - relinquishing control.";
     } else {
-        qDebug().noquote() << "Upgrade in progress: upgradeFiles =" << debugListForm(upgradeFiles);
+        qDebug().noquote() << "Upgrade in progress: upgradeFiles =" << debugListForm(forLog(upgradeFiles));
         // The first listing may be stale: read the directory again.
         dir.refresh();
-        if (!dir.entryList().isEmpty())
+        if (!upgradeImages(dir).isEmpty())
             return;
         qDebug() << "Files were deleted shortly after they were modified.";
         qDebug() << "Relinquishing control now ...";
@@ -338,6 +339,25 @@ void Setup_Panel::onSystemUpgrade(const QString &path)
     _state = st_reboot;
     _upgrading = false;
     doRebootPoweroff();
+}
+
+// Listed as the directory holds them, without sorting.
+QStringList Setup_Panel::upgradeImages(const QDir &dir)
+{
+    QStringList images = dir.entryList();
+    images.erase(std::remove_if(images.begin(), images.end(),
+                                [&dir](const QString &name) {
+                                    return !trustchecks::isAcceptedImage(dir.filePath(name));
+                                }),
+                 images.end());
+    return images;
+}
+
+QStringList Setup_Panel::forLog(QStringList names)
+{
+    for (QString &name : names)
+        name = trustchecks::forLog(name);
+    return names;
 }
 
 void Setup_Panel::gotoState(int state)

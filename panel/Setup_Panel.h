@@ -7,6 +7,7 @@
 #include "pages/Param.h"
 #include "qcollector/QCollectorClient.h"
 
+#include <QDir>
 #include <QObject>
 #include <QString>
 #include <QTimer>
@@ -66,6 +67,8 @@ private:
     void showMessage(const QString &text);
     void clearScreenText();
     void drawOnAllScreens(int line, const QString &text);
+    static QStringList upgradeImages(const QDir &dir);
+    static QStringList forLog(QStringList names);
 
     buttondriver::QButtonDriverClient _btdriver;
     collector::QCollectorClient _collector;

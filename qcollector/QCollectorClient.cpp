@@ -1,6 +1,7 @@
 #include "QCollectorClient.h"
 
 #include "panel/RuntimeEnv.h"
+#include "panel/TrustChecks.h"
 
 #include <QDebug>
 #include <QHostAddress>
@@ -82,7 +83,9 @@ void QCollectorClient::resumeReading()
 
 void QCollectorClient::connected()
 {
-    _timer->stop();
+    // An untrusted collector is dropped; the timer tries again.
+    if (trustchecks::acceptPeer(_socket, "collector"))
+        _timer->stop();
 }
 
 void QCollectorClient::disconnected()
