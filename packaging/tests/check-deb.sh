@@ -30,6 +30,8 @@ echo "package: ${deb##*/}"
 dpkg-deb -c "$deb" | awk '{ print $1, $6 }' >"$work/files"
 cat >"$work/expected" <<'EOF'
 drwxr-xr-x ./etc/
+drwxr-xr-x ./etc/default/
+-rw-r--r-- ./etc/default/panel-setup
 drwxr-xr-x ./etc/init.d/
 -rwxr-xr-x ./etc/init.d/panel-setup
 drwxr-xr-x ./usr/
@@ -82,7 +84,8 @@ for lib in "libqt${qt}core" "libqt${qt}network" libc6 libstdc++6; do
 done
 
 dpkg-deb -e "$deb" "$work/control"
-[ "$(cat "$work/control/conffiles")" = /etc/init.d/panel-setup ] || fail "conffiles: $(cat "$work/control/conffiles")"
+[ "$(cat "$work/control/conffiles")" = "/etc/init.d/panel-setup
+/etc/default/panel-setup" ] || fail "conffiles: $(cat "$work/control/conffiles")"
 for script in postinst prerm postrm; do
     [ -x "$work/control/$script" ] || fail "$script is missing or not executable"
     sh -n "$work/control/$script" || fail "$script has a syntax error"
