@@ -37,7 +37,9 @@ bool PanelDaemon::start(const QStringList &arguments)
     // Never without the sandbox root and the stubs: the host must stay untouched.
     if (!sandbox.isValid() || collector.port() == 0 || driver.port() == 0)
         return false;
-    _process.setProcessEnvironment(sandbox.environment(collector.port(), driver.port()));
+    QProcessEnvironment environment = sandbox.environment(collector.port(), driver.port());
+    environment.insert(_extraEnvironment);
+    _process.setProcessEnvironment(environment);
     _process.setWorkingDirectory(sandbox.root());
     _process.start(_binary, arguments);
     return _process.waitForStarted(5000);

@@ -30,6 +30,8 @@ public:
     // Binds both fakes to free ports; a fake that is not to listen yet keeps
     // its port reserved for a later start().
     bool startPeers(bool collectorListening = true, bool driverListening = true);
+    // An environment variable for the daemon's next start, beside the sandbox's.
+    void setEnvironmentVariable(const QString &name, const QString &value) { _extraEnvironment.insert(name, value); }
     // Starts the daemon with these arguments; false without a valid sandbox.
     bool start(const QStringList &arguments = {});
     void stop();
@@ -82,6 +84,7 @@ public:
 private:
     const QString _binary;
     QProcess _process;
+    QProcessEnvironment _extraEnvironment;
     QByteArray _output;
 };
 
