@@ -72,6 +72,13 @@ private:
         return QTest::qWaitFor([&d] { return d.sandbox.calls().contains("setup_script enter"); }, msecs);
     }
 
+    // The fake peer listens on its port with a socket of the other user.
+    static bool listenAsNobody(LoopbackPeer &peer)
+    {
+        const ActingAs nobody(Nobody);
+        return nobody.ok() && peer.start();
+    }
+
     static bool chownTo(const QString &path, uid_t uid)
     {
         return lchown(QFile::encodeName(path).constData(), uid, uid) == 0;
@@ -94,11 +101,7 @@ private Q_SLOTS:
         P d(PANEL_SETUP_BINARY);
         checksOn(d, on);
         QVERIFY(d.startPeers(false, true));
-        {
-            ActingAs nobody(Nobody);
-            QVERIFY(nobody.ok());
-            QVERIFY(d.collector.start());
-        }
+        QVERIFY(listenAsNobody(d.collector));
         pressKeysOnConnect(d);
         QVERIFY(d.start());
         if (!on) {
@@ -128,11 +131,7 @@ private Q_SLOTS:
         checksOn(d, on);
         QVERIFY(d.sandbox.writeFile(Sandbox::StartFlagPath, QByteArray()));
         QVERIFY(d.startPeers(true, false));
-        {
-            ActingAs nobody(Nobody);
-            QVERIFY(nobody.ok());
-            QVERIFY(d.driver.start());
-        }
+        QVERIFY(listenAsNobody(d.driver));
         QVERIFY(d.start());
         if (!on) {
             // The other user's driver gets everything the panel shows.
