@@ -595,6 +595,9 @@ private Q_SLOTS:
     // it runs the command and then exits.
     void exitDuringRebootWaitStillReboots()
     {
+#ifdef PANEL_SETUP_TESTS_EMULATED
+        QSKIP("qemu-user cannot start a thread in a forked child; the native builds run this");
+#endif
         _sandbox->clearCalls();
         const pid_t child = fork();
         QVERIFY(child >= 0);
