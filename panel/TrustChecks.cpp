@@ -18,25 +18,20 @@ namespace {
 // IPv4 address in tcp6 is the mapped one, ::ffff:a.b.c.d.
 QByteArray procForm(const QHostAddress &address, bool ipv6)
 {
-    bool isIpv4 = address.protocol() == QAbstractSocket::IPv4Protocol;
-    quint32 ipv4 = 0;
-    if (isIpv4)
-        ipv4 = address.toIPv4Address();
-    else if (!address.isEqual(QHostAddress(QHostAddress::AnyIPv6), QHostAddress::StrictConversion))
-        ipv4 = address.toIPv4Address(&isIpv4); // an IPv4-mapped address
     quint8 bytes[16] = {};
     int size = 16;
-    if (!ipv6) {
-        if (!isIpv4)
-            return {};
-        qToBigEndian(ipv4, bytes);
-        size = 4;
-    } else if (isIpv4) {
-        bytes[10] = bytes[11] = 0xff;
-        qToBigEndian(ipv4, bytes + 12);
+    if (address.protocol() == QAbstractSocket::IPv4Protocol) {
+        if (ipv6) {
+            bytes[10] = bytes[11] = 0xff;
+            qToBigEndian(address.toIPv4Address(), bytes + 12);
+        } else {
+            qToBigEndian(address.toIPv4Address(), bytes);
+            size = 4;
+        }
+    } else if (ipv6) {
+        memcpy(bytes, address.toIPv6Address().c, sizeof bytes);
     } else {
-        const Q_IPV6ADDR ipv6Address = address.toIPv6Address();
-        memcpy(bytes, ipv6Address.c, sizeof bytes);
+        return {};
     }
     QByteArray text;
     for (int word = 0; word < size / 4; ++word) {
