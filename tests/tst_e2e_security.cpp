@@ -113,12 +113,14 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitFor([&] { return d.countLines(dropped) >= 2; }, 5000));
         QVERIFY(!tookOver(d, 5600));
 
-        // The root-owned collector on the same port is taken within the retry interval.
+        // The root-owned collector on the same port is taken at the next try
+        // (2 s; the margin is for a loaded machine) and never dropped.
+        const int droppedBefore = d.countLines(dropped);
         d.collector.stop();
         QVERIFY(d.collector.start());
-        QVERIFY(QTest::qWaitFor([&] { return d.collector.clientCount() > 0; }, 2500));
+        QVERIFY(QTest::qWaitFor([&] { return d.collector.clientCount() > 0; }, 3500));
         QVERIFY(tookOver(d, 7000));
-        QVERIFY(d.countLines(dropped) <= 4);
+        QVERIFY(d.countLines(dropped) <= droppedBefore + 1);
     }
 
     void driverOfAnotherUser_data() { checks_data(); }
