@@ -171,7 +171,7 @@ private Q_SLOTS:
         QVERIFY(chownTo(d.sandbox.hostPath("/nobody.img"), Nobody));
         QVERIFY(QFile::rename(d.sandbox.hostPath("/nobody.img"), d.sandbox.hostPath("/tmp/nobody.img")));
         if (!on) {
-            QVERIFY(tookOver(d, 3000));
+            QVERIFY(tookOver(d, 6000));
             QVERIFY(d.hasLine("Upgrade files detected: (\"nobody.img\")"));
             return;
         }
@@ -184,7 +184,7 @@ private Q_SLOTS:
         QVERIFY(!d.outputContains("Upgrade files detected"));
 
         QVERIFY(d.sandbox.writeFile("/tmp/root.img", "image"));
-        QVERIFY(tookOver(d, 3000));
+        QVERIFY(tookOver(d, 6000));
         QVERIFY(d.hasLine("Upgrade files detected: (\"root.img\")"));
     }
 
@@ -199,7 +199,7 @@ private Q_SLOTS:
         QVERIFY(d.startConnected());
         QVERIFY(d.waitUntilWatching());
         QVERIFY(d.sandbox.writeFile("/tmp/a\n" + ForgedLine + "\n.img", "image"));
-        QVERIFY(tookOver(d, 3000));
+        QVERIFY(tookOver(d, 6000));
         if (on) {
             QVERIFY(d.hasLine("Upgrade files detected: (\"a\\n" + ForgedLine + "\\n.img\")"));
             QVERIFY(!d.hasLine(ForgedLine));
@@ -221,7 +221,7 @@ private Q_SLOTS:
                                    "x|touch pwned4.img", "x&&touch pwned5&&.img", "-rf .img"};
         for (const QString &name : names)
             QVERIFY(d.sandbox.writeFile("/tmp/" + name, "image"));
-        QVERIFY(tookOver(d, 3000));
+        QVERIFY(tookOver(d, 6000));
         QTRY_VERIFY(d.outputContains("Upgrade in progress") || d.outputContains("Upgrade files detected"));
         for (const QString &name : names)
             QVERIFY(d.sandbox.removeFile("/tmp/" + name));
