@@ -128,7 +128,10 @@ bool QButtonDriverClient::send(const QByteArray &frames)
         _dropping = true;
         return false;
     }
-    _dropping = false;
+    // A stall lasts until the backlog has drained: the kernel taking a few
+    // more bytes from a driver that still does not read starts no new one.
+    if (waiting == 0)
+        _dropping = false;
     qint64 sent = 0;
     if (waiting == 0) {
         sent = ::send(int(_socket->socketDescriptor()), frames.constData(), size_t(frames.size()),

@@ -1,6 +1,7 @@
 #include "buttondriver/KVB_Messages.h"
 #include "buttondriver/QButtonDriverClient.h"
 #include "support/FreePort.h"
+#include "support/MessageRecorder.h"
 #include "support/MetaTypes.h"
 
 #include <QtTest>
@@ -8,6 +9,8 @@
 #include <QTcpSocket>
 
 #include <memory>
+
+#include <sys/socket.h>
 
 using buttondriver::QButtonDriverClient;
 using std::vector;
@@ -247,6 +250,48 @@ private Q_SLOTS:
                                           Q_ARG(vector<QByteArray>, batch)));
         QTRY_COMPARE(_peer->bytesAvailable(), qint64(12 + 16));
         QCOMPARE(receivedUntilClosed(), framed(batch[0]) + framed(batch[1]));
+    }
+
+    // A driver that stops reading gets one log line for the whole stall. The
+    // kernel taking a few more bytes from it does not start a new one; only
+    // a backlog that has drained does.
+    void oneLogLinePerStall()
+    {
+        connectClient();
+        _peer->setReadBufferSize(1);
+        // Small kernel buffers on both ends, so that what the driver reads
+        // moves only a few KiB of the backlog.
+        _socket->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, 4096);
+        _peer->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 4096);
+        const QByteArray drawing(1024, 'x');
+        const QString line = "QButtonDriverClient: the button driver does not read, drawings are dropped";
+        MessageRecorder recorder;
+        const auto sendUntilDropped = [&] {
+            for (int i = 0; i < 100000; ++i) {
+                if (!_client->msg(drawing))
+                    return true;
+            }
+            return false;
+        };
+        QVERIFY(sendUntilDropped());
+        QVERIFY(!_client->msg(drawing));
+        QCOMPARE(recorder.messages().count(line), 1);
+
+        // The driver takes what its kernel holds: part of the backlog goes
+        // out, a drawing fits again.
+        char sink[64 * 1024];
+        QVERIFY(::recv(int(_peer->socketDescriptor()), sink, sizeof sink, MSG_DONTWAIT) > 0);
+        QTRY_VERIFY(_socket->bytesToWrite() < QButtonDriverClient::WriteBacklog - 2 * drawing.size());
+        QVERIFY(_socket->bytesToWrite() > 0);
+        QVERIFY(_client->msg(drawing));
+        QVERIFY(sendUntilDropped());
+        QCOMPARE(recorder.messages().count(line), 1);
+
+        // The driver reads everything: the stall is over, the next one logs again.
+        _peer->setReadBufferSize(0);
+        QTRY_COMPARE(_socket->bytesToWrite(), qint64(0));
+        QVERIFY(sendUntilDropped());
+        QCOMPARE(recorder.messages().count(line), 2);
     }
 
     void repliesAreNotRead()
