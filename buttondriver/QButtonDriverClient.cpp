@@ -128,12 +128,11 @@ bool QButtonDriverClient::send(const QByteArray &frames)
         _dropping = true;
         return false;
     }
-    // A stall lasts until the backlog has drained: the kernel taking a few
-    // more bytes from a driver that still does not read starts no new one.
-    if (waiting == 0)
-        _dropping = false;
     qint64 sent = 0;
     if (waiting == 0) {
+        // A stall lasts until the backlog has drained: the kernel taking a few
+        // more bytes from a driver that still does not read starts no new one.
+        _dropping = false;
         sent = ::send(int(_socket->socketDescriptor()), frames.constData(), size_t(frames.size()),
                       MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0)
