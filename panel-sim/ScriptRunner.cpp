@@ -13,6 +13,7 @@ namespace {
 
 constexpr int DefaultTimeout = 3000; // ms an expectation may take
 constexpr int StartTimeout = 15000;  // ms for the daemon to connect and settle
+constexpr int CommandRetry = 200;    // ms between runs of a failing expect command
 
 struct Token
 {
@@ -127,7 +128,7 @@ QString parseLine(const QList<Token> &all, ScriptRunner::Step *step)
             t.removeLast();
         }
         if (t.isEmpty())
-            return QStringLiteral("expect what? line, mark, light, led, level, file or calls");
+            return QStringLiteral("expect what? line, mark, light, led, level, file, calls or command");
         const QString what = t.takeFirst().text;
         if (what == QLatin1String("line")) {
             step->kind = Kind::ExpectLine;
@@ -199,8 +200,13 @@ QString parseLine(const QList<Token> &all, ScriptRunner::Step *step)
                     return QStringLiteral("expect calls [\"CALL\" ...] (each call in double quotes)");
                 step->texts << token.text;
             }
+        } else if (what == QLatin1String("command")) {
+            step->kind = Kind::ExpectCommand;
+            if (t.size() != 1 || !t.at(0).quoted || t.at(0).text.isEmpty())
+                return QStringLiteral("expect command \"SHELL COMMAND\"");
+            step->text = t.at(0).text;
         } else {
-            return QStringLiteral("expect what? line, mark, light, led, level, file or calls");
+            return QStringLiteral("expect what? line, mark, light, led, level, file, calls or command");
         }
         return QString();
     }
@@ -272,7 +278,8 @@ QString parseLine(const QList<Token> &all, ScriptRunner::Step *step)
 bool needsDaemon(ScriptRunner::Kind kind)
 {
     using Kind = ScriptRunner::Kind;
-    return kind != Kind::Write && kind != Kind::Remove && kind != Kind::Wait && kind != Kind::Dump;
+    return kind != Kind::Write && kind != Kind::Remove && kind != Kind::Wait && kind != Kind::Dump
+           && kind != Kind::ExpectCommand;
 }
 
 } // namespace
@@ -311,6 +318,25 @@ ScriptRunner::ScriptRunner(VirtualPanel &panel, const QString &name, std::vector
         else
             fail(QStringLiteral("the daemon did not connect to both peers within %1 s").arg(StartTimeout / 1000));
     });
+    _command.setProcessChannelMode(QProcess::MergedChannels);
+    connect(&_command, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
+            [this](int exitCode, QProcess::ExitStatus status) {
+                if (_done || !_expecting)
+                    return;
+                const bool passed = status == QProcess::NormalExit && exitCode == 0;
+                QString actual = status == QProcess::NormalExit ? QStringLiteral("exit status %1").arg(exitCode)
+                                                                : QStringLiteral("killed by a signal");
+                const QString output = QString::fromLocal8Bit(_command.readAll()).trimmed();
+                if (!output.isEmpty())
+                    actual += QStringLiteral(", output:\n    ") + QString(output).replace(QLatin1Char('\n'), QStringLiteral("\n    "));
+                _commandResult = {passed, actual};
+                if (passed)
+                    return evaluate();
+                QTimer::singleShot(CommandRetry, Qt::PreciseTimer, this, [this] {
+                    if (_expecting && !_done)
+                        startCommand();
+                });
+            });
     _recheck.setInterval(20);
     connect(&_recheck, &QTimer::timeout, this, &ScriptRunner::evaluate);
     connect(&_panel, &VirtualPanel::changed, this, &ScriptRunner::evaluate);
@@ -417,12 +443,22 @@ void ScriptRunner::execute(const Step &step)
         for (const QString &line : paneltext::dump(_panel))
             print(QStringLiteral("  ") + line);
         return advance();
+    case Kind::ExpectCommand:
+        _expecting = true;
+        _commandResult = {false, QStringLiteral("the command has not ended yet")};
+        _deadline.start(step.msecs);
+        return startCommand();
     default:
         _expecting = true;
         _deadline.start(step.msecs);
         _recheck.start();
         return evaluate();
     }
+}
+
+void ScriptRunner::startCommand()
+{
+    _command.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), _steps.at(_index).text});
 }
 
 void ScriptRunner::evaluate()
@@ -504,6 +540,8 @@ ScriptRunner::Check ScriptRunner::check(const Step &step) const
         return {calls == step.texts,
                 calls.isEmpty() ? QStringLiteral("no calls") : QStringLiteral("calls ") + shown.join(QLatin1Char(' '))};
     }
+    case Kind::ExpectCommand:
+        return _commandResult;
     default:
         return {true, QString()};
     }
@@ -529,6 +567,10 @@ void ScriptRunner::fail(const QString &why)
     _done = true;
     _deadline.stop();
     _recheck.stop();
+    if (_command.state() != QProcess::NotRunning) {
+        _command.kill();
+        _command.waitForFinished(1000);
+    }
     if (_index < _steps.size())
         print(QStringLiteral("%1:%2: FAILED: %3").arg(_name).arg(_steps.at(_index).line).arg(_steps.at(_index).source));
     print(QStringLiteral("  ") + why);

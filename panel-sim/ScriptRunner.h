@@ -3,6 +3,7 @@
 
 #include <QElapsedTimer>
 #include <QObject>
+#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <QTimer>
@@ -22,7 +23,7 @@ public:
     enum class Kind {
         Start, Press, Release, Tap, Hold, Turn, Gpi, Wait, Write, Remove, Dump,
         ExpectLine, ExpectMark, ExpectLight, ExpectLed, ExpectLevel,
-        ExpectFile, ExpectFileContains, ExpectFileMissing, ExpectCalls,
+        ExpectFile, ExpectFileContains, ExpectFileMissing, ExpectCalls, ExpectCommand,
     };
     enum class Highlight { Any, Highlighted, Plain };
 
@@ -65,6 +66,7 @@ private:
     void evaluate();
     Check check(const Step &step) const;
     int resolveKey(const QString &word) const;
+    void startCommand();
     void fail(const QString &why);
     void print(const QString &line) const;
 
@@ -77,6 +79,8 @@ private:
     QTimer _deadline;  // of the expectation or the daemon's start
     QTimer _recheck;   // files and the call log change without a signal
     bool _expecting = false;
+    QProcess _command;        // of expect command, run again until it exits 0
+    Check _commandResult;
 };
 
 #endif // SCRIPTRUNNER_H

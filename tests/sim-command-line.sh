@@ -57,6 +57,18 @@ has 'calls: none'
 has 'The end of the daemon'"'"'s log'
 echo "ok: unmet expectation"
 
+# A shell command as an expectation: run again until it exits 0, in the
+# sandbox's environment; when it never does, its last status and output.
+run 0 'expect command "test -x \\"$PANEL_SETUP_ROOT/stub-bin/reboot\\""\n'
+run 1 'expect command "echo not yet; exit 3" within 300ms\n'
+has '-:1: FAILED: expect command "echo not yet; exit 3" within 300ms'
+has 'not met within 0.3 s: exit status 3, output:'
+has '    not yet'
+marker="$work/later"
+(sleep 0.5 && touch "$marker") &
+run 0 "expect command \"test -e '$marker'\" within 5s\n"
+echo "ok: expect command"
+
 # Script errors stop before anything runs: status 2 and the line.
 run 2 'tap 30\n'
 has '-:1: a key is 0 to 29, select, back, act1 or act2: 30'
@@ -68,6 +80,8 @@ run 2 'write ../etc/passwd "x"\n'
 has 'write /PATH "CONTENT"'
 run 2 'expect line 0 0 "open\n'
 has 'a text without its closing "'
+run 2 'expect command ls\n'
+has 'expect command "SHELL COMMAND"'
 echo "ok: script errors"
 
 # A daemon that is not there.
