@@ -326,9 +326,10 @@ ScriptRunner::ScriptRunner(VirtualPanel &panel, const QString &name, std::vector
                 const bool passed = status == QProcess::NormalExit && exitCode == 0;
                 QString actual = status == QProcess::NormalExit ? QStringLiteral("exit status %1").arg(exitCode)
                                                                 : QStringLiteral("killed by a signal");
-                const QString output = QString::fromLocal8Bit(_command.readAll()).trimmed();
+                QString output = QString::fromLocal8Bit(_command.readAll()).trimmed();
                 if (!output.isEmpty())
-                    actual += QStringLiteral(", output:\n    ") + QString(output).replace(QLatin1Char('\n'), QStringLiteral("\n    "));
+                    actual += QStringLiteral(", output:\n    ")
+                              + output.replace(QLatin1Char('\n'), QStringLiteral("\n    "));
                 _commandResult = {passed, actual};
                 if (passed)
                     return evaluate();
