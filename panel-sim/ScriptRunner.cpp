@@ -310,6 +310,7 @@ ScriptRunner::ScriptRunner(VirtualPanel &panel, const QString &name, std::vector
     : QObject(parent), _panel(panel), _name(name), _steps(std::move(steps))
 {
     _deadline.setSingleShot(true);
+    _deadline.setTimerType(Qt::PreciseTimer); // "within 3s" means 3 s, not 2.85
     connect(&_deadline, &QTimer::timeout, this, [this] {
         if (_expecting)
             fail(QStringLiteral("not met within %1 s: %2")

@@ -63,6 +63,8 @@ run 0 'expect command "test -x \\"$PANEL_SETUP_ROOT/stub-bin/reboot\\""\n'
 run 1 'expect command "echo not yet; exit 3" within 300ms\n'
 has '-:1: FAILED: expect command "echo not yet; exit 3" within 300ms'
 has 'not met within 0.3 s: exit status 3, output:'
+# Not before the time given (a coarse timer ends it up to 5 % early).
+grep -q '^\[  0\.[3-9][0-9] s\] -:1: FAILED' "$work/out" || fail "the expectation ended before 0.30 s"
 has '    not yet'
 marker="$work/later"
 (sleep 0.5 && touch "$marker") &
