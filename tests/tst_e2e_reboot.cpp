@@ -81,8 +81,9 @@ private Q_SLOTS:
             d.collector.sendKey(25, 1);
             held.start();
         }
-        // The main application comes back with the user's font.
-        QCOMPARE(d.launcherValue("font/width"), 10);
+        // The main application comes back with the user's font, written
+        // after the panel's reset, so it may not be there yet.
+        QTRY_COMPARE(d.launcherValue("font/width"), 10);
         QCOMPARE(d.launcherValue("font/height"), 20);
 
         QTRY_COMPARE_WITH_TIMEOUT(d.sandbox.calls(), QStringList(command), 4000);

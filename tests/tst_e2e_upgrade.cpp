@@ -77,7 +77,8 @@ private Q_SLOTS:
                                                  "text 1 0 0 Rebooting", "text 2 0 0 Rebooting"}));
         QCOMPARE(closing.mid(5, 3), QStringList({"text 0 1 0  Now", "text 1 1 0  Now", "text 2 1 0  Now"}));
         QCOMPARE(closing.mid(29), P::resetPanelCommands());
-        QCOMPARE(d.launcherValue("font/width"), 10);
+        // Written after the panel's reset, so it may not be there yet.
+        QTRY_COMPARE(d.launcherValue("font/width"), 10);
         QCOMPARE(d.launcherValue("font/height"), 20);
         QTRY_COMPARE_WITH_TIMEOUT(d.sandbox.calls(), QStringList({"setup_script enter", "reboot -n"}), 4000);
         QVERIFY(since.elapsed() >= 5300);
