@@ -1,10 +1,6 @@
 #include "BenchLink.h"
 
 #include "BenchProcess.h"
-#include "FakeCollector.h"
-
-#include "buttondriver/KVB_Messages.h"
-#include "qcollector/CollectorMsg.h"
 
 #include <QtEndian>
 
@@ -39,21 +35,27 @@ timespec toTimespec(qint64 ns)
     return timespec{time_t(ns / 1000000000), long(ns % 1000000000)};
 }
 
-// The 20-byte collector frame of a menu-shaft turn.
-QByteArray turnFrame(qint32 delta)
+// Collector record kind 2, shaft 4: a turn of the menu shaft.
+constexpr qint32 ShaftEvent = 2;
+constexpr qint32 MenuShaft = 4;
+constexpr quint32 DrawTextCode = 15;
+
+void appendWord(QByteArray *bytes, quint32 word)
 {
-    return FakeCollector::frame(collector::CollectorMsg::shaft(collector::TFT_MENU_SHAFT, delta));
+    char big[4];
+    qToBigEndian(word, big);
+    bytes->append(big, 4);
 }
 
 const QByteArray &upFrame()
 {
-    static const QByteArray frame = turnFrame(1);
+    static const QByteArray frame = collectorFrame(ShaftEvent, MenuShaft, 0, 1);
     return frame;
 }
 
 const QByteArray &downFrame()
 {
-    static const QByteArray frame = turnFrame(-1);
+    static const QByteArray frame = collectorFrame(ShaftEvent, MenuShaft, 0, -1);
     return frame;
 }
 
@@ -119,23 +121,41 @@ bool acceptBoth(const Listener &collector, const Listener &driver, int timeoutMs
     return false;
 }
 
-bool MenuFrames::fromFirstDrawing(const std::vector<QByteArray> &commands)
+QByteArray collectorFrame(qint32 type, qint32 id, qint32 value, qint32 delta)
+{
+    QByteArray frame;
+    for (qint32 word : {16, type, id, value, delta})
+        appendWord(&frame, quint32(word));
+    return frame;
+}
+
+QByteArray drawTextCommand(qint32 screen, quint32 line, bool inverted, const QByteArray &text)
+{
+    QByteArray command;
+    for (quint32 word : {DrawTextCode, quint32(screen), line, quint32(inverted ? 1 : 0), quint32(text.size() + 1)})
+        appendWord(&command, word);
+    return command + text + '\0';
+}
+
+MenuFrames MenuFrames::mainMenu(const QByteArray &version)
+{
+    MenuFrames frames;
+    const QByteArray texts[Items] = {"SETUP", "TESTING", "INTENSITY", "EXIT", "", "REBOOT", "SHUTDOWN", "V=" + version};
+    for (int i = 0; i < Items; ++i) {
+        frames.texts[i] = texts[i];
+        frames.highlighted[i] = drawTextCommand(0, quint32(i), true, texts[i]);
+        frames.plain[i] = drawTextCommand(0, quint32(i), false, texts[i]);
+    }
+    return frames;
+}
+
+bool MenuFrames::matchFirstDrawing(const std::vector<QByteArray> &commands) const
 {
     if (commands.size() < size_t(Items))
         return false;
     for (int i = 0; i < Items; ++i) {
-        const QByteArray &message = commands[commands.size() - Items + i];
-        buttondriver::DecodedCommand command;
-        if (!buttondriver::decodeCommand(message, &command) || command.code != buttondriver::KVB_CODE_DRAWTEXT
-            || command.words.size() < 3 || command.words[0] != 0 || command.words[1] != i
-            || command.words[2] != (i == 0 ? 1 : 0))
+        if (commands[commands.size() - Items + i] != (i == 0 ? highlighted[i] : plain[i]))
             return false;
-        texts[i] = command.text();
-        // The inverted flag is the fourth word; the other form differs only there.
-        QByteArray other = message;
-        qToBigEndian<quint32>(i == 0 ? 0 : 1, other.data() + 12);
-        highlighted[i] = i == 0 ? message : other;
-        plain[i] = i == 0 ? other : message;
     }
     return true;
 }

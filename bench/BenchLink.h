@@ -44,19 +44,30 @@ struct Accepted
 };
 bool acceptBoth(const Listener &collector, const Listener &driver, int timeoutMs, Accepted *accepted);
 
-// The main menu's eight items as text-line commands for screen 0, as the
-// target draws them: item i on line i, highlighted or plain.
+// The bench's own encoders, written from the wire layouts rather than taken
+// from the daemon, so that a wrong byte in the daemon is seen as one.
+// A collector frame: the length word 16, then the record's words type, id,
+// value and delta, all big-endian.
+QByteArray collectorFrame(qint32 type, qint32 id, qint32 value, qint32 delta);
+// A text-line command (code 15) without its length frame: the words code,
+// screen, line, inverted flag and text length (with the NUL), big-endian,
+// then the text and a NUL.
+QByteArray drawTextCommand(qint32 screen, quint32 line, bool inverted, const QByteArray &text);
+
+// The main menu's eight items as text-line commands for screen 0: item i on
+// line i, highlighted or plain.
 struct MenuFrames
 {
     static constexpr int Items = 8;
     QByteArray highlighted[Items];
     QByteArray plain[Items];
-    QString texts[Items];
+    QByteArray texts[Items];
 
-    // From the commands of the daemon's first drawing of the main menu, whose
-    // last eight are the items in order, item 0 highlighted. False when they
-    // are not that.
-    bool fromFirstDrawing(const std::vector<QByteArray> &commands);
+    // The items of the main menu, the last one the version line "V=" + version.
+    static MenuFrames mainMenu(const QByteArray &version);
+    // Whether the last eight commands of the first drawing are the items in
+    // order, item 0 highlighted.
+    bool matchFirstDrawing(const std::vector<QByteArray> &commands) const;
 };
 
 // What one phase asks for: `events` menu-shaft turns, sent at `rate` per

@@ -13,11 +13,15 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QRegularExpression>
+#include <QStandardPaths>
 #include <QSysInfo>
+#include <QTemporaryDir>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <sys/prctl.h>
 #include <sys/utsname.h>
@@ -32,6 +36,18 @@ namespace {
 // target that is gone.
 constexpr int ConnectTimeoutMs = 30000;
 constexpr int FirstDrawingCommands = 17;
+// The version file of the setup sandbox: the main menu's last item is "V=" and
+// the version.
+const QByteArray BenchVersion = "4.5.6";
+// Exit status of --counts-only when valgrind is missing (CTest's skip).
+constexpr int SkipStatus = 77;
+// Per-turn counts are the difference of two closed-loop runs of these many
+// turns, so that start-up and exit cancel out.
+constexpr int CountTurnsShort = 200;
+constexpr int CountTurnsLong = 1200;
+// What a menu turn may cost the daemon (deterministic counts, so asserted).
+constexpr double InstructionsGoal = 12000;
+constexpr double SyscallsGoal = 9;
 
 struct Options
 {
@@ -52,6 +68,8 @@ struct Options
     bool search = true;
     double searchSeconds = 2;
     double checkRate = 20000; // the short form's one fast rate
+    bool counts = true;
+    bool countsOnly = false;
 };
 
 void usage()
@@ -59,9 +77,13 @@ void usage()
     printf("usage: panel-bench [--ci] [--daemon PATH] [--relay PATH] [--daemon-log FILE] [--daemon-env NAME=VALUE]\n"
            "                   [--pin same|split] [--closed N] [--idle SECONDS] [--rate-seconds S]\n"
            "                   [--startup-runs N] [--memory-events N] [--search-seconds S] [--no-search]\n"
-           "  --ci         short form (a few seconds): fails only on lost or reordered commands\n"
-           "  --pin same   bench, daemon and relay all on CPU 0\n"
-           "  --pin split  bench on CPU 0, daemon and relay on CPU 1\n");
+           "                   [--no-counts | --counts-only]\n"
+           "  --ci           short form (a few seconds)\n"
+           "  --counts-only  only the instructions and system calls per turn (under valgrind);\n"
+           "                 exit status %d when valgrind is missing\n"
+           "  --pin same     bench, daemon and relay all on CPU 0\n"
+           "  --pin split    bench on CPU 0, daemon and relay on CPU 1\n",
+           SkipStatus);
 }
 
 bool parse(int argc, char *argv[], Options *o)
@@ -81,6 +103,10 @@ bool parse(int argc, char *argv[], Options *o)
             o->search = false;
         } else if (arg == "--no-search") {
             o->search = false;
+        } else if (arg == "--no-counts") {
+            o->counts = false;
+        } else if (arg == "--counts-only") {
+            o->countsOnly = true;
         } else if (!hasValue) {
             return false;
         } else if (arg == "--daemon") {
@@ -111,7 +137,8 @@ bool parse(int argc, char *argv[], Options *o)
             return false;
         }
     }
-    return o->closedEvents > 0 && o->startupRuns > 0 && o->idleSeconds > 0 && o->rateSeconds > 0;
+    return o->closedEvents > 0 && o->startupRuns > 0 && o->idleSeconds > 0 && o->rateSeconds > 0
+           && (o->counts || !o->countsOnly);
 }
 
 QString cpuModel()
@@ -183,6 +210,179 @@ double ratio(double a, double b)
     return b > 0 ? a / b : 0;
 }
 
+// A sandbox in setup mode (start flag) with the bench's version file.
+bool makeSetupSandbox(Sandbox *box)
+{
+    return box->isValid() && box->writeFile(Sandbox::StartFlagPath, QByteArray())
+           && box->writeFile(QStringLiteral("/opt/kd5820m/version"), "kd5820m version " + BenchVersion + "\n");
+}
+
+// The relay's arguments: the eight item texts.
+QStringList relayArguments(const MenuFrames &frames)
+{
+    QStringList texts;
+    for (const QByteArray &text : frames.texts)
+        texts << QString::fromLatin1(text);
+    return texts;
+}
+
+// What valgrind counted over one run of a target: callgrind's instructions
+// and the target's system calls by name (--trace-syscalls).
+struct RunCounts
+{
+    long long instructions = -1;
+    std::map<QByteArray, long long> syscalls;
+};
+
+// Per closed-loop turn: everything the target executes for one event, from
+// the wake-up on the frame to the next wait, its log lines included.
+struct TurnCounts
+{
+    double instructions = 0;
+    std::map<QByteArray, double> syscalls;
+
+    // Without the calls that are no system calls outside valgrind.
+    double syscallTotal() const
+    {
+        double total = 0;
+        for (const auto &entry : syscalls)
+            total += isVdsoCall(entry.first) ? 0 : entry.second;
+        return total;
+    }
+
+    // Calls the kernel's vDSO answers in user space; valgrind traces them
+    // as system calls.
+    static bool isVdsoCall(const QByteArray &name)
+    {
+        return name == "sys_clock_gettime" || name == "sys_gettimeofday" || name == "sys_time"
+               || name == "sys_getcpu";
+    }
+};
+
+bool readCounts(const QString &callgrindOut, const QString &valgrindLog, RunCounts *counts)
+{
+    QFile profile(callgrindOut);
+    QFile log(valgrindLog);
+    if (!profile.open(QIODevice::ReadOnly) || !log.open(QIODevice::ReadOnly))
+        return false;
+    while (!profile.atEnd()) {
+        const QByteArray line = profile.readLine();
+        if (line.startsWith("totals:"))
+            counts->instructions = line.mid(7).trimmed().toLongLong();
+    }
+    // "SYSCALL[pid,tid](nr) sys_read ( ..."; a line with "..." there is the
+    // end of an asynchronous call already counted.
+    static const QRegularExpression call(QStringLiteral("^SYSCALL\\[\\d+,\\d+\\]\\(\\d+\\) (\\w+)"));
+    while (!log.atEnd()) {
+        const QRegularExpressionMatch match = call.match(QString::fromLatin1(log.readLine()));
+        if (match.hasMatch())
+            ++counts->syscalls[match.captured(1).toLatin1()];
+    }
+    return counts->instructions >= 0;
+}
+
+// One run of a target under callgrind: its first drawing (the daemon's main
+// menu; the relay draws none), `turns` closed-loop menu turns, SIGTERM.
+bool countedRun(const char *name, const QString &valgrind, const QString &program, const QStringList &arguments,
+                const QStringList &environment, const QString &output, int cpu, int firstDrawing, int turns,
+                RunCounts *counts)
+{
+    QTemporaryDir dir;
+    Sandbox box;
+    if (!dir.isValid() || !makeSetupSandbox(&box)) {
+        fprintf(stderr, "panel-bench: cannot build the sandbox for the counted run\n");
+        return false;
+    }
+    const QString callgrindOut = dir.filePath(QStringLiteral("callgrind.out"));
+    const QString log = dir.filePath(QStringLiteral("valgrind.log"));
+    const QStringList valgrindArguments = QStringList{QStringLiteral("--tool=callgrind"),
+                                                      QStringLiteral("--callgrind-out-file=") + callgrindOut,
+                                                      QStringLiteral("--trace-syscalls=yes"),
+                                                      QStringLiteral("--log-file=") + log, program}
+                                          + arguments;
+    Target target(name);
+    const MenuFrames frames = MenuFrames::mainMenu(BenchVersion);
+    std::vector<QByteArray> drawing;
+    if (!target.start(valgrind, valgrindArguments, box, output, cpu, environment)
+        || !target.link->readCommands(firstDrawing, ConnectTimeoutMs, &drawing)
+        || (firstDrawing > 0 && !frames.matchFirstDrawing(drawing))) {
+        fprintf(stderr, "panel-bench: %s under valgrind did not draw the main menu\n", name);
+        return false;
+    }
+    target.link->setFrames(frames);
+    PhaseSpec closed;
+    closed.window = 1;
+    closed.events = turns;
+    const PhaseResult result = target.link->run(closed);
+    note(name, result);
+    target.child.stop();
+    if (!result.clean() || !readCounts(callgrindOut, log, counts)) {
+        fprintf(stderr, "panel-bench: no counts from %s's run under valgrind\n", name);
+        return false;
+    }
+    return true;
+}
+
+// The difference of a short and a long run, per turn.
+bool countPerTurn(const char *name, const QString &valgrind, const QString &program, const QStringList &arguments,
+                  const QStringList &environment, const QString &output, int cpu, int firstDrawing,
+                  TurnCounts *perTurn)
+{
+    RunCounts shortRun;
+    RunCounts longRun;
+    if (!countedRun(name, valgrind, program, arguments, environment, output, cpu, firstDrawing, CountTurnsShort,
+                    &shortRun)
+        || !countedRun(name, valgrind, program, arguments, environment, output, cpu, firstDrawing, CountTurnsLong,
+                       &longRun))
+        return false;
+    constexpr double Turns = CountTurnsLong - CountTurnsShort;
+    perTurn->instructions = double(longRun.instructions - shortRun.instructions) / Turns;
+    for (const auto &entry : longRun.syscalls) {
+        const double calls = double(entry.second - shortRun.syscalls[entry.first]) / Turns;
+        // Start-up's calls differ by a few between runs; only what each turn
+        // makes is kept.
+        if (calls >= 0.5)
+            perTurn->syscalls[entry.first] = calls;
+    }
+    return true;
+}
+
+void printTurnCounts(const char *name, const TurnCounts &counts)
+{
+    QByteArray calls;
+    for (const auto &entry : counts.syscalls)
+        calls += QByteArray(" ") + entry.first + ' ' + QByteArray::number(entry.second, 'f', 2)
+                 + (TurnCounts::isVdsoCall(entry.first) ? " (vDSO)" : "");
+    printf("  %-8s %8.0f instructions  %5.2f system calls (vDSO calls not counted):%s\n", name, counts.instructions, counts.syscallTotal(),
+           calls.constData());
+}
+
+// Instructions and system calls per menu turn of the daemon and the relay,
+// under valgrind: counts, the same on every run of the same binaries. False
+// when a run failed; *met tells whether the daemon is within the goals.
+bool printCounts(const Options &o, const QString &valgrind, bool *met)
+{
+    printf("\nPer menu turn, closed loop, counted under valgrind (callgrind's instructions, traced system calls;"
+           " %d turns minus %d):\n",
+           CountTurnsLong, CountTurnsShort);
+    fflush(stdout);
+    TurnCounts daemon;
+    TurnCounts relay;
+    if (!countPerTurn("daemon", valgrind, o.daemon, {}, o.daemonEnv, o.daemonLog, o.targetCpu, FirstDrawingCommands,
+                      &daemon)
+        || !countPerTurn("baseline", valgrind, o.relay, relayArguments(MenuFrames::mainMenu(BenchVersion)), {}, QStringLiteral("/dev/null"), o.targetCpu, 0, &relay))
+        return false;
+    printTurnCounts("daemon", daemon);
+    printTurnCounts("baseline", relay);
+    *met = daemon.instructions <= InstructionsGoal && daemon.syscallTotal() <= SyscallsGoal;
+    printf("  daemon instructions per turn      %6.0f / %.0f   %s\n", daemon.instructions, InstructionsGoal,
+           daemon.instructions <= InstructionsGoal ? "met" : "MISSED");
+    printf("  daemon system calls per turn      %6.2f / %.0f      %s\n", daemon.syscallTotal(), SyscallsGoal,
+           daemon.syscallTotal() <= SyscallsGoal ? "met" : "MISSED");
+    fflush(stdout);
+    return true;
+}
+
 void printMemory(const char *label, pid_t pid)
 {
     const MemorySample m = sampleMemory(pid);
@@ -239,42 +439,34 @@ bool sustains(Link &link, double rate, double seconds, PhaseResult *result)
            && result->seconds - result->sendSeconds <= 0.020;
 }
 
-// Doubles from 5000/s until a rate fails, then halves the gap five times.
-double highestSustainedRate(Target &target, double seconds)
+// One target's search for its highest sustained rate: doubling from 5000/s
+// until a rate fails, then five halvings of the gap.
+class RateSearch
 {
-    double good = 0;
-    double bad = 0;
-    auto trial = [&](double rate) {
-        PhaseResult r;
-        const bool ok = sustains(*target.link, rate, seconds, &r);
-        printf("    %-8s %8.0f/s  %-11s  p50 %8.1f  p99 %8.1f us  drain %6.1f ms  cpu/ev %6.2f us%s\n", target.name,
-               rate, ok ? "kept up" : "fell behind", percentile(r.latencyUs, 50), percentile(r.latencyUs, 99),
-               (r.seconds - r.sendSeconds) * 1000, double(r.cpuNs) / 1000.0 / std::max(1, r.events),
-               r.clean() ? "" : "  (lost or misordered commands)");
-        fflush(stdout);
-        note(target.name, r);
-        return ok;
-    };
-    for (double rate = 5000; rate <= 1e6; rate *= 2) {
-        if (!trial(rate)) {
-            bad = rate;
-            break;
-        }
-        good = rate;
+public:
+    bool done() const { return _done; }
+    double highest() const { return _good; }
+    double next() const
+    {
+        if (_bad == 0)
+            return _good == 0 ? 5000 : _good * 2;
+        return std::round((_good + _bad) / 2 / 250) * 250;
     }
-    if (bad == 0)
-        return good;
-    for (int i = 0; i < 5; ++i) {
-        const double mid = std::round((good + bad) / 2 / 250) * 250;
-        if (mid <= good || mid >= bad)
-            break;
-        if (trial(mid))
-            good = mid;
-        else
-            bad = mid;
+    void record(double rate, bool keptUp)
+    {
+        if (_bad != 0)
+            ++_bisections;
+        (keptUp ? _good : _bad) = rate;
+        const double following = next();
+        _done = _bad == 0 ? following > 1e6 : _bisections == 5 || following <= _good || following >= _bad;
     }
-    return good;
-}
+
+private:
+    double _good = 0;
+    double _bad = 0;
+    int _bisections = 0;
+    bool _done = false;
+};
 
 void sleepSeconds(double seconds)
 {
@@ -309,11 +501,24 @@ int main(int argc, char *argv[])
            o.benchCpu < 0 ? "none" : o.targetCpu == 0 ? "bench and targets on CPU 0" : "bench on CPU 0, targets on CPU 1");
     fflush(stdout);
 
+    // Counts first: they need valgrind, and a short run can assert them.
+    const QString valgrind = QStandardPaths::findExecutable(QStringLiteral("valgrind"));
+    bool countsMet = true;
+    if (o.counts && valgrind.isEmpty()) {
+        printf("\nPer menu turn, counted under valgrind: skipped, valgrind is not on PATH\n");
+        if (o.countsOnly)
+            return SkipStatus;
+    } else if (o.counts && !printCounts(o, valgrind, &countsMet)) {
+        return 2;
+    }
+    if (o.countsOnly)
+        return countsMet ? 0 : 1;
+
     // Start-up, in idle mode: the default sandbox has the main application
     // installed and no start flag. The last run stays up for the idle figures.
     Sandbox idleBox;
     Sandbox setupBox;
-    if (!idleBox.isValid() || !setupBox.isValid() || !setupBox.writeFile(Sandbox::StartFlagPath, QByteArray())) {
+    if (!idleBox.isValid() || !makeSetupSandbox(&setupBox)) {
         fprintf(stderr, "panel-bench: cannot build the sandboxes\n");
         return 2;
     }
@@ -336,23 +541,20 @@ int main(int argc, char *argv[])
     fflush(stdout);
 
     // Setup mode through the start flag: the take-over draws the main menu
-    // (17 commands), whose item texts the baseline is then given.
+    // (17 commands), the last eight the items as the bench encodes them.
     Target daemon("daemon");
     if (!daemon.start(o.daemon, {}, setupBox, o.daemonLog, o.targetCpu, o.daemonEnv))
         return 2;
     std::vector<QByteArray> firstDrawing;
-    MenuFrames frames;
+    const MenuFrames frames = MenuFrames::mainMenu(BenchVersion);
     if (!daemon.link->readCommands(FirstDrawingCommands, ConnectTimeoutMs, &firstDrawing)
-        || !frames.fromFirstDrawing(firstDrawing)) {
+        || !frames.matchFirstDrawing(firstDrawing)) {
         fprintf(stderr, "panel-bench: the daemon did not draw the main menu\n");
         return 2;
     }
     daemon.link->setFrames(frames);
-    QStringList texts;
-    for (const QString &text : frames.texts)
-        texts << text;
     Target relay("baseline");
-    if (!relay.start(o.relay, texts, setupBox, QStringLiteral("/dev/null"), o.targetCpu))
+    if (!relay.start(o.relay, relayArguments(frames), setupBox, QStringLiteral("/dev/null"), o.targetCpu))
         return 2;
     relay.link->setFrames(frames);
     Target *targets[] = {&relay, &daemon};
@@ -442,11 +644,28 @@ int main(int argc, char *argv[])
 
     double highest[2] = {0, 0};
     if (o.search) {
-        printf("\nHighest sustained rate (%.1f s per trial; kept up = every command in order, p50 <= 1 ms,"
-               " drained within 20 ms):\n",
+        printf("\nHighest sustained rate (%.1f s per trial, relay and daemon in turn; kept up = every command in"
+               " order, p50 <= 1 ms, drained within 20 ms):\n",
                o.searchSeconds);
+        RateSearch searches[2];
+        while (!searches[0].done() || !searches[1].done()) {
+            for (int i = 0; i < 2; ++i) {
+                if (searches[i].done())
+                    continue;
+                const double rate = searches[i].next();
+                PhaseResult r;
+                const bool keptUp = sustains(*targets[i]->link, rate, o.searchSeconds, &r);
+                printf("    %-8s %8.0f/s  %-11s  p50 %8.1f  p99 %8.1f us  drain %6.1f ms  cpu/ev %6.2f us%s\n",
+                       targets[i]->name, rate, keptUp ? "kept up" : "fell behind", percentile(r.latencyUs, 50),
+                       percentile(r.latencyUs, 99), (r.seconds - r.sendSeconds) * 1000,
+                       double(r.cpuNs) / 1000.0 / std::max(1, r.events), r.clean() ? "" : "  (lost or misordered commands)");
+                fflush(stdout);
+                note(targets[i]->name, r);
+                searches[i].record(rate, keptUp);
+            }
+        }
         for (int i = 0; i < 2; ++i) {
-            highest[i] = highestSustainedRate(*targets[i], o.searchSeconds);
+            highest[i] = searches[i].highest();
             printf("  %-8s %.0f events/s\n", targets[i]->name, highest[i]);
         }
         printf("  daemon/baseline: %.2fx\n", ratio(highest[1], highest[0]));
@@ -489,6 +708,8 @@ int main(int argc, char *argv[])
            verdict(dirtyMb <= 2));
     printf("  start-up to both connections      %6.2f / 50 ms   ratio %.2f  %s (median; max %.2f ms)\n", startupP50,
            startupP50 / 50, verdict(startupP50 < 50), startupMax);
+    if (o.counts && !valgrind.isEmpty())
+        printf("  instructions and system calls per turn: %s (see above)\n", countsMet ? "met" : "MISSED");
     printf("\nCommands: %s\n", allClean ? "none lost, none out of order" : "LOST OR OUT OF ORDER");
-    return allClean ? 0 : 1;
+    return allClean && countsMet ? 0 : 1;
 }

@@ -4,9 +4,11 @@
 #include "pages/MenuNavigation.h"
 #include "pages/MenuTables.h"
 #include "panel/DebugFormat.h"
+#include "panel/LogOutput.h"
 #include "panel/VersionFile.h"
 
 #include <QDebug>
+#include <QStringBuilder>
 
 #include <iterator>
 
@@ -143,19 +145,21 @@ void Page_Main::onEnter()
 
 void Page_Main::refresh_main_items()
 {
-    qDebug() << "Entering Page_Main::refresh_main_items(): _sh_menu_val =" << _sh_menu_val
-             << ", _prev_sh_menu_val =" << _prev_sh_menu_val;
+    // Every menu turn logs these four lines: written without QDebug's stream.
+    logoutput::debugLine(QStringLiteral("Entering Page_Main::refresh_main_items(): _sh_menu_val = ")
+                         % QString::number(_sh_menu_val) % QLatin1String(" , _prev_sh_menu_val = ")
+                         % QString::number(_prev_sh_menu_val));
     if (_sh_menu_val != -1) {
-        qDebug() << "Refreshing previous and current menu items";
+        logoutput::debugLine(QStringLiteral("Refreshing previous and current menu items"));
         _callback->pcb_send_message(itemMessage(_sh_menu_val, true));
         if (_prev_sh_menu_val >= 0)
             _callback->pcb_send_message(itemMessage(_prev_sh_menu_val, false));
-        qDebug() << "Done refreshing previous and current menu items";
+        logoutput::debugLine(QStringLiteral("Done refreshing previous and current menu items"));
     } else {
         qDebug() << "First time startup for Page_Main::refresh_main_items().";
         for (int i = 0; i <= LAST_MAIN_ITEM; ++i)
             _callback->pcb_send_message(itemMessage(i, i == 0));
         _sh_menu_val = 0;
     }
-    qDebug() << "Leaving Page_Main::refresh_main_items()";
+    logoutput::debugLine(QStringLiteral("Leaving Page_Main::refresh_main_items()"));
 }

@@ -3,9 +3,10 @@
 #include <QAbstractSocket>
 #include <QDebug>
 #include <QFile>
-#include <QRegularExpression>
 #include <QtEndian>
 
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <sys/stat.h>
 
@@ -82,8 +83,14 @@ bool isTrusted(uint uid)
 std::vector<uint> parseUids(const QString &text)
 {
     std::vector<uint> uids;
-    static const QRegularExpression separators(QStringLiteral("[,\\s]+"));
-    for (const QString &word : text.split(separators, Qt::SkipEmptyParts)) {
+    // Commas and ASCII white space separate; no regular expression, which
+    // would map PCRE2 into the daemon at its first connection.
+    QString words = text;
+    std::replace_if(
+        words.begin(), words.end(),
+        [](QChar c) { return c == QLatin1Char(',') || (c.unicode() < 128 && std::isspace(c.unicode())); },
+        QChar(QLatin1Char(' ')));
+    for (const QString &word : words.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
         bool ok = false;
         const uint uid = word.toUInt(&ok);
         if (ok)

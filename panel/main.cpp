@@ -1,3 +1,4 @@
+#include "panel/LogOutput.h"
 #include "panel/Setup_Panel.h"
 
 #include <QCoreApplication>
@@ -7,6 +8,11 @@
 
 int main(int argc, char *argv[])
 {
+    logoutput::install();
+    // Qt's own event dispatcher: the GLib one costs a GLib main-context
+    // iteration on every event and GLib's pages in memory. Set here, so that
+    // the dispatchers of the daemon's threads are the same.
+    qputenv("QT_NO_GLIB", "1");
     QCoreApplication app(argc, argv);
 
     // The only argument: the setup script, found by the shell when it has no path.

@@ -82,6 +82,17 @@ private Q_SLOTS:
         QCOMPARE(info.keys(), QStringList{"8x13"});
     }
 
+    // As a QDir name filter did: the suffix in any case, hidden files left out.
+    void suffixIgnoresCaseAndHiddenFilesAreLeftOut()
+    {
+        QVERIFY(_root.writeFonts({"6X13.PCF.GZ", "8x13.Pcf.Gz", ".10x20.pcf.gz", "9x15.pcf.gzip", "7x14pcf.gz"}));
+        QStringList names;
+        QMap<QString, QString> info;
+        scan(&names, &info);
+        QCOMPARE(names, QStringList({"6X13", "8x13"}));
+        QCOMPARE(info.value("6X13"), fontDir() + "/6X13.PCF.GZ");
+    }
+
     void sameWidthKeepsNameOrder()
     {
         QVERIFY(_root.writeFonts({"6x9.pcf.gz", "6x13.pcf.gz", "5x8.pcf.gz", "6x10.pcf.gz", "12x24.pcf.gz"}));

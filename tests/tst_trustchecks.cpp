@@ -59,6 +59,11 @@ private Q_SLOTS:
         QTest::newRow("commas and blanks") << " 0, 107  5,,9 " << std::vector<uint>{0, 107, 5, 9} << QStringList();
         QTest::newRow("a word") << "0,daemon" << std::vector<uint>{0}
                                 << QStringList("PANEL_SETUP_TRUSTED_UIDS: not a user id: \"daemon\"");
+        QTest::newRow("tabs, newlines, vertical tab, form feed, return")
+            << "1\t2\n3\v4\f5\r6" << std::vector<uint>{1, 2, 3, 4, 5, 6} << QStringList();
+        // Only ASCII white space separates: a no-break space is part of a word.
+        QTest::newRow("no-break space") << QString::fromUtf8("7\u00a08,9") << std::vector<uint>{9}
+                                        << QStringList(QString::fromUtf8("PANEL_SETUP_TRUSTED_UIDS: not a user id: \"7\u00a08\""));
         QTest::newRow("only junk") << "-1" << std::vector<uint>{0}
                                    << QStringList("PANEL_SETUP_TRUSTED_UIDS: not a user id: \"-1\"");
     }
