@@ -4,8 +4,10 @@
 // root (stub reboot/poweroff first on PATH) and sends menu-shaft turns; each
 // turn must come back as two text-line commands. See BENCHMARKS.md.
 //
-// Exit status: 0, or 1 when a target lost, reordered or added commands, or 2
-// when a target could not be started. Times never fail the run.
+// Exit status: 0, or 1 when a target lost, reordered or added commands or the
+// daemon's counts per turn are over their goals, or 2 when a target could not
+// be started, or 77 for --counts-only without valgrind. Times never fail the
+// run.
 #include "BenchLink.h"
 #include "BenchProcess.h"
 
@@ -693,7 +695,7 @@ int main(int argc, char *argv[])
     const double idleWakeups = double(idleIdle.voluntary) / o.idleSeconds;
     auto verdict = [](bool met) { return met ? "met" : "MISSED"; };
     printf("\nGoals (measured / limit):\n");
-    printf("  closed-loop p50 daemon/baseline   %6.2fx / 1.5x    %s\n", p50Ratio, verdict(p50Ratio <= 1.5));
+    printf("  closed-loop p50 daemon/baseline   %6.2fx / 1.3x    %s\n", p50Ratio, verdict(p50Ratio <= 1.3));
     printf("  closed-loop p99 daemon/baseline   %6.2fx / 2x      %s\n", p99Ratio, verdict(p99Ratio <= 2));
     if (o.search)
         printf("  sustained menu events/s           %6.0f / 20000   ratio %.2f  %s\n", highest[1], highest[1] / 20000,
@@ -702,8 +704,8 @@ int main(int argc, char *argv[])
         printf("  20000 menu events/s kept up       %s\n", highest[1] >= 20000 ? "yes" : "no");
     printf("  idle wakeups/s, setup mode        %6.2f / 0       %s\n", setupWakeups, verdict(setupIdle.voluntary == 0));
     printf("  idle wakeups/s, idle mode         %6.2f / 0       %s\n", idleWakeups, verdict(idleIdle.voluntary == 0));
-    printf("  RSS after %lld events         %6.2f / 12 MB   ratio %.2f  %s\n", memoryEvents, rssMb, rssMb / 12,
-           verdict(rssMb <= 12));
+    printf("  RSS after %lld events         %6.2f / 12 MB   ratio %.2f  %s (PSS %.2f MB)\n", memoryEvents, rssMb,
+           rssMb / 12, verdict(rssMb <= 12), double(memory.pssKb) / 1024);
     printf("  Private_Dirty after %lld events %6.2f / 2 MB    ratio %.2f  %s\n", memoryEvents, dirtyMb, dirtyMb / 2,
            verdict(dirtyMb <= 2));
     printf("  start-up to both connections      %6.2f / 50 ms   ratio %.2f  %s (median; max %.2f ms)\n", startupP50,

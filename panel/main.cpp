@@ -9,11 +9,16 @@
 int main(int argc, char *argv[])
 {
     logoutput::install();
-    // Qt's own event dispatcher: the GLib one costs a GLib main-context
-    // iteration on every event and GLib's pages in memory. Set here, so that
-    // the dispatchers of the daemon's threads are the same.
-    qputenv("QT_NO_GLIB", "1");
+    // Qt's own event dispatcher for the event loop: the GLib one costs a GLib
+    // main-context iteration on every event and GLib's pages in memory. Only
+    // while the application object chooses it: the programs the hooks start
+    // (the main application among them) must not inherit the variable.
+    const bool callerSetNoGlib = qEnvironmentVariableIsSet("QT_NO_GLIB");
+    if (!callerSetNoGlib)
+        qputenv("QT_NO_GLIB", "1");
     QCoreApplication app(argc, argv);
+    if (!callerSetNoGlib)
+        qunsetenv("QT_NO_GLIB");
 
     // The only argument: the setup script, found by the shell when it has no path.
     QString script_path = QStringLiteral("setup_script");

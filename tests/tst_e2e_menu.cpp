@@ -60,6 +60,33 @@ private Q_SLOTS:
         QVERIFY(d.driver.malformedCount() == 0);
     }
 
+    // The daemon chooses Qt's own event dispatcher through QT_NO_GLIB, but the
+    // programs its hooks start get the environment the daemon was given.
+    void hooksGetTheDaemonsEnvironment_data()
+    {
+        QTest::addColumn<QByteArray>("callersValue");
+        QTest::addColumn<QString>("call");
+        QTest::newRow("not set") << QByteArray() << "setup_script exit QT_NO_GLIB=unset";
+        QTest::newRow("set by the caller") << QByteArray("1") << "setup_script exit QT_NO_GLIB=1";
+    }
+
+    void hooksGetTheDaemonsEnvironment()
+    {
+        QFETCH(QByteArray, callersValue);
+        QFETCH(QString, call);
+        PanelDaemon d(PANEL_SETUP_BINARY);
+        const QByteArray stub = "#!/bin/sh\necho \"setup_script $* QT_NO_GLIB=${QT_NO_GLIB-unset}\" >> "
+                                + d.sandbox.callLogPath().toUtf8() + "\n";
+        QVERIFY(d.sandbox.writeFile(d.sandbox.binDir().mid(d.sandbox.root().size()) + "/setup_script", stub, true));
+        qunsetenv("QT_NO_GLIB");
+        if (!callersValue.isNull())
+            d.setEnvironmentVariable("QT_NO_GLIB", QString::fromLatin1(callersValue));
+        QVERIFY(d.startInMenu());
+        QCOMPARE(d.step(PanelDaemon::turn(3), 2), QStringList({"text 0 3 1 EXIT", "text 0 0 0 SETUP"}));
+        d.collector.send(PanelDaemon::select());
+        QTRY_COMPARE(d.sandbox.calls(), QStringList(call));
+    }
+
     void exitHandsBackAndOnlyTheKeysTakeOver()
     {
         PanelDaemon d(PANEL_SETUP_BINARY);
