@@ -36,8 +36,6 @@ private Q_SLOTS:
     void readInput();
 
 private:
-    enum Key { Up = 0x10000, Down, Escape }; // beyond every byte
-
     void parseInput(bool escapeTimedOut);
     void handleKey(int key);
     void scheduleRender();
@@ -47,7 +45,6 @@ private:
     QStringList statusLines() const;
     QStringList logLines(int rows) const;
     QString helpLine() const;
-    static QStringList helpText();
     void write(const QByteArray &bytes);
 
     VirtualPanel &_panel;

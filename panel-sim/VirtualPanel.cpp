@@ -397,14 +397,12 @@ QString VirtualPanel::readFilesSummary()
         _settingsStamp = stamp;
         std::vector<QString> addresses(8);
         NetUtil::readInterfacesFile(addresses);
-        int width = 0;
-        int height = 0;
-        readFontDimensions(&width, &height);
-        _settingsSummary = QStringLiteral("eth0 %1/%2 gw %3 | font %4x%5")
+        _fontWidth = 0;
+        _fontHeight = 0;
+        readFontDimensions(&_fontWidth, &_fontHeight);
+        _settingsSummary = QStringLiteral("eth0 %1/%2 gw %3 | font %4")
                                .arg(addresses[0].isEmpty() ? QStringLiteral("-") : addresses[0], addresses[1],
-                                    addresses[3])
-                               .arg(width)
-                               .arg(height);
+                                    addresses[3], fontName());
     }
     const QStringList images = QDir(_sandbox->hostPath("/tmp"), QStringLiteral("*.img")).entryList(QDir::Files);
     return QStringLiteral("%1 | start flag %2 | images: %3")
