@@ -154,6 +154,11 @@ function scaled(rgb, level) {
 // Draws text lines ({text, inverse, marks: [[column, colour, background]]})
 // in the font's cells, white on black as the TFT shows them at that level.
 function paint(canvas, font, lines, level) {
+  // Most updates change one screen or none: the others keep their pixels.
+  const drawn = JSON.stringify([font && font.name, font && !!font.glyphs, canvas.width, level, lines]);
+  if (canvas.drawn === drawn)
+    return;
+  canvas.drawn = drawn;
   const ctx = canvas.getContext('2d');
   const image = ctx.createImageData(canvas.width, canvas.height);
   const px = image.data;
@@ -257,7 +262,8 @@ function render(s) {
     figure.querySelector('figcaption').textContent = `TFT ${i}  ${level}  font ${fontText}`;
   });
   const sample = $('font-sample');
-  if (font && font.glyphs) {
+  // A canvas given a size, even its own, loses its pixels.
+  if (font && font.glyphs && (sample.width !== SAMPLE.length * font.width || sample.height !== font.height)) {
     sample.width = SAMPLE.length * font.width;
     sample.height = font.height;
     sample.style.width = sample.width * ZOOM + 'px';
