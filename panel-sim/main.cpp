@@ -13,7 +13,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QHostAddress>
 #include <QRegularExpression>
 #include <QTextStream>
 
@@ -150,22 +149,25 @@ int main(int argc, char *argv[])
         return failWith(QStringLiteral("--reuse needs --root DIR"));
 
     const bool web = parser.isSet(webOption);
+#ifdef PANEL_SIM_WEB
+    WebView::Options webOptions;
+    webOptions.address = QHostAddress(parser.value(webAddressOption));
+    webOptions.fontDir = parser.value(fontDirOption);
     bool webPortOk = false;
-    const quint16 webPort = parser.value(webOption).toUShort(&webPortOk);
-    const QHostAddress webAddress(parser.value(webAddressOption));
+    webOptions.port = parser.value(webOption).toUShort(&webPortOk);
+    if (web && parser.isSet(scriptOption))
+        return failWith(QStringLiteral("--web and --script do not go together"));
+    if (web && !webPortOk)
+        return failWith(QStringLiteral("a port is a number from 0 to 65535"));
+    if (web && webOptions.address.isNull())
+        return failWith(QStringLiteral("--web-address needs an IP address, not %1").arg(parser.value(webAddressOption)));
+#else
     if (web) {
-#ifndef PANEL_SIM_WEB
         return failWith(QStringLiteral("this panel-sim has no web view: it is built only with Qt 6 and its "
                                        "HttpServer and WebSockets modules and FreeType (qt6-httpserver-dev, "
                                        "qt6-websockets-dev, libfreetype-dev)"));
-#endif
-        if (parser.isSet(scriptOption))
-            return failWith(QStringLiteral("--web and --script do not go together"));
-        if (!webPortOk)
-            return failWith(QStringLiteral("a port is a number from 0 to 65535"));
-        if (webAddress.isNull())
-            return failWith(QStringLiteral("--web-address needs an IP address, not %1").arg(parser.value(webAddressOption)));
     }
+#endif
 
     std::vector<ScriptRunner::Step> steps;
     const bool scripted = parser.isSet(scriptOption);
@@ -204,10 +206,6 @@ int main(int argc, char *argv[])
         status = app.exec();
     } else if (web) {
 #ifdef PANEL_SIM_WEB
-        WebView::Options webOptions;
-        webOptions.address = webAddress;
-        webOptions.port = webPort;
-        webOptions.fontDir = parser.value(fontDirOption);
         WebView view(panel, webOptions);
         if (!view.listen(&error))
             return failWith(error);
