@@ -86,7 +86,7 @@ def start_browser():
     # Root in a chroot, without a GPU or a big /dev/shm, and nothing of the
     # user's own profile.
     for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu",
-                     "--window-size=2048,900", "--hide-scrollbars",
+                     "--window-size=2048,1200", "--hide-scrollbars",
                      "--user-data-dir=" + os.path.join(work, "chromium")):
         options.add_argument(argument)
     return webdriver.Chrome(service=Service(CHROMEDRIVER), options=options)
