@@ -34,7 +34,6 @@ Action apply(VirtualPanel &panel, int key)
         return Action::Help;
     } else if (key == 'm') {
         panel.hold(panel.activationKeys(), HoldMsecs);
-        return Action::Hold;
     } else if (key == '[') {
         panel.dropUpgradeImage();
     } else if (key == ']') {

@@ -14,7 +14,6 @@ enum Key { Up = 0x10000, Down, Escape }; // beyond every byte
 enum class Action {
     None,   // not bound
     Panel,  // done on the panel
-    Hold,   // the activation keys are held now
     Help,   // show or hide the key list
     Redraw, // draw everything again
     Quit,

@@ -74,12 +74,6 @@ TerminalView::TerminalView(VirtualPanel &panel, QObject *parent) : QObject(paren
     _renderTimer.setSingleShot(true);
     _renderTimer.setInterval(15);
     connect(&_renderTimer, &QTimer::timeout, this, &TerminalView::render);
-    _holdTicker.setInterval(100);
-    connect(&_holdTicker, &QTimer::timeout, this, [this] {
-        if (!_panel.isHolding())
-            _holdTicker.stop();
-        scheduleRender();
-    });
     connect(&_panel, &VirtualPanel::changed, this, &TerminalView::scheduleRender);
 }
 
@@ -204,9 +198,6 @@ void TerminalView::handleKey(int key)
     case shortcuts::Action::Help:
         _showHelp = !_showHelp;
         scheduleRender();
-        break;
-    case shortcuts::Action::Hold:
-        _holdTicker.start();
         break;
     case shortcuts::Action::Panel:
     case shortcuts::Action::None:

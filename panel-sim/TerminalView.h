@@ -54,7 +54,6 @@ private:
     QByteArray _pending;    // input bytes not yet turned into keys
     QTimer _escapeTimer;    // a lone ESC is the Esc key only after a pause
     QTimer _renderTimer;    // coalesces the changes of one burst
-    QTimer _holdTicker;     // the hold countdown moves without any change
     QStringList _shown;     // the lines on the terminal now
     int _columns = 80;
     int _rows = 24;

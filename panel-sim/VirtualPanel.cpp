@@ -58,7 +58,10 @@ VirtualPanel::VirtualPanel(const Options &options, QObject *parent) : QObject(pa
     _holdTimer.setSingleShot(true);
     // A coarse timer may fire 5% early, most of the margin over the daemon's 5 s.
     _holdTimer.setTimerType(Qt::PreciseTimer);
+    _holdTicker.setInterval(100);
+    connect(&_holdTicker, &QTimer::timeout, this, &VirtualPanel::changed);
     connect(&_holdTimer, &QTimer::timeout, this, [this] {
+        _holdTicker.stop();
         for (int i = _heldKeys.size() - 1; i >= 0; --i)
             release(_heldKeys.at(i));
         _heldKeys.clear();
@@ -244,6 +247,7 @@ void VirtualPanel::hold(const QList<int> &keys, int msecs, const std::function<v
     _holdDone = done;
     _heldFor.start();
     _holdTimer.start(msecs);
+    _holdTicker.start();
 }
 
 QString VirtualPanel::holdState() const

@@ -100,6 +100,7 @@ public:
     QString fontName() const { return QStringLiteral("%1x%2").arg(_fontWidth).arg(_fontHeight); }
 
 signals:
+    // Also every 100 ms while keys are held: the countdown moves.
     void changed();
     void ready();
     void daemonFinished(const QString &state);
@@ -131,6 +132,7 @@ private:
     std::array<bool, Gpis> _gpis{};
     std::array<int, Shafts> _shafts{};
     QTimer _holdTimer;
+    QTimer _holdTicker;
     QElapsedTimer _heldFor;
     QList<int> _heldKeys;
     std::function<void()> _holdDone;

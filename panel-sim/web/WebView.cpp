@@ -42,12 +42,6 @@ WebView::WebView(VirtualPanel &panel, const Options &options, QObject *parent)
     route();
     connect(&_server, &QHttpServer::newWebSocketConnection, this, &WebView::acceptPages);
     connect(&_panel, &VirtualPanel::changed, this, &WebView::panelChanged);
-    _holdTicker.setInterval(100);
-    connect(&_holdTicker, &QTimer::timeout, this, [this] {
-        if (!_panel.isHolding())
-            _holdTicker.stop();
-        panelChanged();
-    });
 }
 
 WebView::~WebView() = default;
@@ -162,8 +156,6 @@ void WebView::acceptPages()
 
 void WebView::panelChanged()
 {
-    if (_panel.isHolding() && !_holdTicker.isActive())
-        _holdTicker.start();
     const qint64 now = micros();
     for (const std::unique_ptr<Page> &page : _pages) {
         if (page->changedAt < 0)

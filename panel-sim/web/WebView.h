@@ -7,7 +7,6 @@
 #include <QHttpServer>
 #include <QJsonObject>
 #include <QObject>
-#include <QTimer>
 #include <QUrl>
 
 #include <memory>
@@ -72,7 +71,6 @@ private:
     quint16 _port = 0;
     std::vector<std::unique_ptr<Page>> _pages;
     QHash<QString, FontFile> _fonts; // read once per name
-    QTimer _holdTicker; // the countdown of held keys moves without a change
     QElapsedTimer _clock;
     std::vector<double> _latencies; // ms, of the last updates
 };
