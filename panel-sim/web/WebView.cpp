@@ -90,7 +90,7 @@ void WebView::route()
     _server.route(QStringLiteral("/panel.css"),
                   [] { return asset(QStringLiteral("panel.css"), "text/css; charset=utf-8"); });
     _server.route(QStringLiteral("/font/<arg>"), [this](const QString &name) {
-        const FontFile &file = font(name);
+        const FontFile file = font(name);
         return QHttpServerResponse(file.found ? "application/json" : "text/plain; charset=utf-8", file.body,
                                    file.found ? QHttpServerResponse::StatusCode::Ok
                                               : QHttpServerResponse::StatusCode::NotFound);
@@ -101,10 +101,10 @@ void WebView::route()
     _server.route(QStringLiteral("/latency"), [this] { return QHttpServerResponse(latencySummary()); });
 }
 
-const WebView::FontFile &WebView::font(const QString &name)
+WebView::FontFile WebView::font(const QString &name)
 {
-    auto it = _fonts.find(name);
-    if (it != _fonts.end())
+    const auto it = _fonts.constFind(name);
+    if (it != _fonts.constEnd())
         return *it;
     FontFile file;
     // Only names of the catalogue's form: nothing else of the directory is served.
@@ -117,8 +117,10 @@ const WebView::FontFile &WebView::font(const QString &name)
                                           &error);
         file.found = !file.body.isEmpty();
     }
-    if (!file.found)
+    if (!file.found) {
         file.body = error.toUtf8();
+        return file; // not kept: any name may be asked for
+    }
     return *_fonts.insert(name, file);
 }
 
@@ -144,13 +146,13 @@ void WebView::acceptPages()
                                            [raw](const std::unique_ptr<Page> &p) { return p.get() == raw; });
             if (gone == _pages.end())
                 return;
-            // Not deleted inside its own signal.
+            // Not deleted inside its own signal, and silent until it goes.
+            (*gone)->socket->disconnect(this);
             (*gone)->socket.release()->deleteLater();
             _pages.erase(gone);
         });
         _pages.push_back(std::move(page));
-        raw->changedAt = micros();
-        push(*raw);
+        push(*raw); // the first state times no change
     }
 }
 

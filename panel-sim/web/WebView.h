@@ -63,14 +63,14 @@ private:
         bool found = false;
         QByteArray body; // the font's JSON, or why there is none
     };
-    const FontFile &font(const QString &name);
+    FontFile font(const QString &name);
 
     VirtualPanel &_panel;
     Options _options;
     QHttpServer _server;
     quint16 _port = 0;
     std::vector<std::unique_ptr<Page>> _pages;
-    QHash<QString, FontFile> _fonts; // read once per name
+    QHash<QString, FontFile> _fonts; // the fonts found, read once
     QElapsedTimer _clock;
     std::vector<double> _latencies; // ms, of the last updates
 };
