@@ -54,7 +54,6 @@ function buildPage() {
   for (let i = 0; i < 3; ++i) {
     const figure = element('figure', 'tft', $('screens'));
     figure.id = 'tft-' + i;
-    figure.style.margin = '0';
     const canvas = element('canvas', '', figure);
     canvas.width = TFT_WIDTH;
     canvas.height = TFT_HEIGHT;
