@@ -16,6 +16,15 @@ QString lightText(const PanelModel::KeyLight &light)
     return QStringLiteral("%1/%2").arg(light.level1).arg(light.level2);
 }
 
+bool blank(const PanelModel &model)
+{
+    for (int screen = 0; screen < PanelModel::Screens; ++screen) {
+        if (!model.lines(screen).isEmpty() || !model.overlays(screen).isEmpty())
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 QString quoted(const QString &text)
@@ -45,6 +54,8 @@ QVector<Cell> screenRow(const PanelModel &panel, int screen, int row)
                 continue;
             cells[column].ch = i < overlay.text.size() ? overlay.text.at(i) : QLatin1Char(' ');
             cells[column].marked = true;
+            cells[column].colour = overlay.colour;
+            cells[column].background = overlay.background;
         }
     }
     for (Cell &cell : cells) {
@@ -68,6 +79,21 @@ QString keyLightSummary(const PanelModel &panel)
     if (allSame)
         return QStringLiteral("all %1").arg(lightText(first));
     return others.join(QStringLiteral(", ")) + QStringLiteral(" (others 0/0)");
+}
+
+QString statusLine(const VirtualPanel &panel, bool *warning)
+{
+    *warning = false;
+    const QString hold = panel.holdState();
+    if (!hold.isEmpty())
+        return hold;
+    // The daemon draws nothing until it takes the panel over: say why it is blank.
+    if (panel.isReady() && blank(panel.panel()))
+        return QStringLiteral("idle: the main application has the panel, press m to take it over");
+    if (panel.warnings().isEmpty())
+        return QString();
+    *warning = true;
+    return QStringLiteral("warnings: %1, the last: %2").arg(panel.warnings().size()).arg(panel.warnings().last());
 }
 
 QStringList dump(const VirtualPanel &virtualPanel)

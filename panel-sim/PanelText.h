@@ -20,6 +20,8 @@ struct Cell
     QChar ch = QLatin1Char(' ');
     bool inverse = false; // the row is highlighted
     bool marked = false;  // under text painted at a column (code 18)
+    quint32 colour = 0;   // of the painted text, when marked
+    quint32 background = 0;
 };
 
 // text in double quotes, with \\, \" and \n escaped as the script language reads them.
@@ -31,6 +33,11 @@ QVector<Cell> screenRow(const PanelModel &panel, int screen, int row);
 
 // "all 0/0", "-1/200 on all", "3 1/0, 7 1/0 (others 0/0)": levels of key lights.
 QString keyLightSummary(const PanelModel &panel);
+
+// The line under the panel: the countdown of held keys; else, while the
+// daemon is connected and draws nothing, why the screens are blank; else the
+// number of warnings and the last one (*warning set); else empty.
+QString statusLine(const VirtualPanel &panel, bool *warning);
 
 // The whole panel, one fact a line, in the words of the script language.
 QStringList dump(const VirtualPanel &panel);

@@ -1,6 +1,7 @@
 #include "TerminalView.h"
 
 #include "PanelText.h"
+#include "Shortcuts.h"
 #include "VirtualPanel.h"
 
 #include <QSocketNotifier>
@@ -11,13 +12,6 @@
 
 namespace {
 
-const QString KeysLow = QStringLiteral("1234567890-=");  // keys 0 to 11
-const QString KeysHigh = QStringLiteral("!@#$%^&*()_+"); // keys 12 to 23
-const QString ShaftsUp = QStringLiteral("asdfgh");       // shafts 0 to 5, +1
-const QString ShaftsDown = QStringLiteral("ASDFGH");     // shafts 0 to 5, -1
-const QString PushSwitches = QStringLiteral("zxcvbn");   // keys 24 to 29
-const QString GpiKeys = QStringLiteral("wertyuio");      // GPIs 0 to 7
-constexpr int HoldMsecs = 5500;                          // the daemon wants 5 s
 constexpr int BoxWidth = paneltext::ScreenWidth + 2;
 // The three screens side by side; 24 rows leave the event log five lines.
 constexpr int MinColumns = PanelModel::Screens * BoxWidth + PanelModel::Screens - 1;
@@ -70,15 +64,6 @@ QStringList wrap(const QString &text, int width)
     return lines;
 }
 
-bool blank(const PanelModel &model)
-{
-    for (int screen = 0; screen < PanelModel::Screens; ++screen) {
-        if (!model.lines(screen).isEmpty() || !model.overlays(screen).isEmpty())
-            return false;
-    }
-    return true;
-}
-
 } // namespace
 
 TerminalView::TerminalView(VirtualPanel &panel, QObject *parent) : QObject(parent), _panel(panel)
@@ -89,12 +74,6 @@ TerminalView::TerminalView(VirtualPanel &panel, QObject *parent) : QObject(paren
     _renderTimer.setSingleShot(true);
     _renderTimer.setInterval(15);
     connect(&_renderTimer, &QTimer::timeout, this, &TerminalView::render);
-    _holdTicker.setInterval(100);
-    connect(&_holdTicker, &QTimer::timeout, this, [this] {
-        if (!_panel.isHolding())
-            _holdTicker.stop();
-        scheduleRender();
-    });
     connect(&_panel, &VirtualPanel::changed, this, &TerminalView::scheduleRender);
 }
 
@@ -178,13 +157,13 @@ void TerminalView::parseInput(bool escapeTimedOut)
             if (!escapeTimedOut)
                 return _escapeTimer.start(); // maybe the start of a sequence
             _pending.clear();
-            handleKey(Escape);
+            handleKey(shortcuts::Escape);
             return;
         }
         const char introducer = _pending.at(1);
         if (introducer != '[' && introducer != 'O') {
             _pending.remove(0, 1);
-            handleKey(Escape);
+            handleKey(shortcuts::Escape);
             continue;
         }
         // A control sequence ends with a byte from '@' to '~'.
@@ -200,53 +179,29 @@ void TerminalView::parseInput(bool escapeTimedOut)
         const char final = _pending.at(end);
         _pending.remove(0, end + 1);
         if (final == 'A')
-            handleKey(Up);
+            handleKey(shortcuts::Up);
         else if (final == 'B')
-            handleKey(Down);
+            handleKey(shortcuts::Down);
         // Other cursor and function keys are not bound.
     }
 }
 
 void TerminalView::handleKey(int key)
 {
-    const QChar c = key < 0x10000 ? QChar(key) : QChar();
-    if (key == Up || key == 'k') {
-        _panel.turn(4, -1);
-    } else if (key == Down || key == 'j') {
-        _panel.turn(4, 1);
-    } else if (key == '\r' || key == '\n') {
-        _panel.tap(28);
-    } else if (key == Escape || key == 0x7f || key == 0x08) {
-        _panel.tap(2);
-    } else if (key == 'q' || key == 0x03) {
+    switch (shortcuts::apply(_panel, key)) {
+    case shortcuts::Action::Quit:
         emit quitRequested();
-    } else if (key == 0x0c) {
+        break;
+    case shortcuts::Action::Redraw:
         resize();
-    } else if (key == '?') {
+        break;
+    case shortcuts::Action::Help:
         _showHelp = !_showHelp;
         scheduleRender();
-    } else if (key == 'm') {
-        _panel.hold(_panel.activationKeys(), HoldMsecs);
-        _holdTicker.start();
-    } else if (key == '[') {
-        _panel.dropUpgradeImage();
-    } else if (key == ']') {
-        _panel.removeUpgradeImage();
-    } else if (c.isNull()) {
-        return;
-    } else if (KeysLow.contains(c)) {
-        _panel.tap(KeysLow.indexOf(c));
-    } else if (KeysHigh.contains(c)) {
-        _panel.tap(12 + KeysHigh.indexOf(c));
-    } else if (ShaftsUp.contains(c)) {
-        _panel.turn(ShaftsUp.indexOf(c), 1);
-    } else if (ShaftsDown.contains(c)) {
-        _panel.turn(ShaftsDown.indexOf(c), -1);
-    } else if (PushSwitches.contains(c)) {
-        _panel.tap(24 + PushSwitches.indexOf(c));
-    } else if (GpiKeys.contains(c)) {
-        const int gpi = GpiKeys.indexOf(c);
-        _panel.setGpi(gpi, !_panel.gpi(gpi));
+        break;
+    case shortcuts::Action::Panel:
+    case shortcuts::Action::None:
+        break;
     }
 }
 
@@ -295,23 +250,16 @@ QStringList TerminalView::frame() const
                                             _columns);
     lines << screenLines() << statusLines();
     const int logRows = qMax(2, _rows - int(lines.size()) - 2);
-    for (const QString &line : _showHelp ? helpText() : logLines(logRows))
+    for (const QString &line : _showHelp ? shortcuts::helpText() : logLines(logRows))
         lines << fit(line, _columns);
     // The status and help lines are the terminal's last two, whatever its size.
     lines = lines.mid(0, qMax(0, _rows - 2));
     while (lines.size() < _rows - 2)
         lines << QString();
 
-    QString status = _panel.holdState();
-    QString colour = QStringLiteral("1;33");
-    // The daemon draws nothing until it takes the panel over: say why it is blank.
-    if (status.isEmpty() && _panel.isReady() && blank(_panel.panel())) {
-        status = QStringLiteral("idle: the main application has the panel, press m to take it over");
-    } else if (status.isEmpty() && !_panel.warnings().isEmpty()) {
-        status = QStringLiteral("warnings: %1, the last: %2").arg(_panel.warnings().size()).arg(_panel.warnings().last());
-        colour = QStringLiteral("33");
-    }
-    lines << sgr(colour) + fit(status, _columns);
+    bool warning = false;
+    const QString status = paneltext::statusLine(_panel, &warning);
+    lines << sgr(warning ? QStringLiteral("33") : QStringLiteral("1;33")) + fit(status, _columns);
     lines << sgr(QStringLiteral("7")) + fit(helpLine(), _columns);
     return lines;
 }
@@ -425,17 +373,6 @@ QString TerminalView::helpLine() const
         keys << QString::number(key);
     return QStringLiteral("m=hold %1 5s: take over  j/k=turn  Enter=select  Esc=back  ?=keys  q=quit")
         .arg(keys.join(QLatin1Char('+')));
-}
-
-QStringList TerminalView::helpText()
-{
-    return {
-        QStringLiteral("Up/k Down/j: menu shaft -1/+1   Enter: select (28)   Backspace/Esc: back (2)"),
-        QStringLiteral("Keys 0-11: 1 2 3 4 5 6 7 8 9 0 - =    Keys 12-23: ! @ # $ % ^ & * ( ) _ +"),
-        QStringLiteral("Shafts 0-5: a s d f g h +1, A S D F G H -1   Push switches 24-29: z x c v b n"),
-        QStringLiteral("GPIs 0-7 on/off: w e r t y u i o   m: hold the activation keys 5.5 s"),
-        QStringLiteral("[: drop /tmp/panel-upgrade.img  ]: remove it  Ctrl-L: redraw  ?: log  q: quit"),
-    };
 }
 
 void TerminalView::write(const QByteArray &bytes)

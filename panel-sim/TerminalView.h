@@ -36,8 +36,6 @@ private Q_SLOTS:
     void readInput();
 
 private:
-    enum Key { Up = 0x10000, Down, Escape }; // beyond every byte
-
     void parseInput(bool escapeTimedOut);
     void handleKey(int key);
     void scheduleRender();
@@ -47,7 +45,6 @@ private:
     QStringList statusLines() const;
     QStringList logLines(int rows) const;
     QString helpLine() const;
-    static QStringList helpText();
     void write(const QByteArray &bytes);
 
     VirtualPanel &_panel;
@@ -57,7 +54,6 @@ private:
     QByteArray _pending;    // input bytes not yet turned into keys
     QTimer _escapeTimer;    // a lone ESC is the Esc key only after a pause
     QTimer _renderTimer;    // coalesces the changes of one burst
-    QTimer _holdTicker;     // the hold countdown moves without any change
     QStringList _shown;     // the lines on the terminal now
     int _columns = 80;
     int _rows = 24;

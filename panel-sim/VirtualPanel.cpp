@@ -58,7 +58,10 @@ VirtualPanel::VirtualPanel(const Options &options, QObject *parent) : QObject(pa
     _holdTimer.setSingleShot(true);
     // A coarse timer may fire 5% early, most of the margin over the daemon's 5 s.
     _holdTimer.setTimerType(Qt::PreciseTimer);
+    _holdTicker.setInterval(100);
+    connect(&_holdTicker, &QTimer::timeout, this, &VirtualPanel::changed);
     connect(&_holdTimer, &QTimer::timeout, this, [this] {
+        _holdTicker.stop();
         for (int i = _heldKeys.size() - 1; i >= 0; --i)
             release(_heldKeys.at(i));
         _heldKeys.clear();
@@ -244,6 +247,7 @@ void VirtualPanel::hold(const QList<int> &keys, int msecs, const std::function<v
     _holdDone = done;
     _heldFor.start();
     _holdTimer.start(msecs);
+    _holdTicker.start();
 }
 
 QString VirtualPanel::holdState() const
@@ -397,14 +401,12 @@ QString VirtualPanel::readFilesSummary()
         _settingsStamp = stamp;
         std::vector<QString> addresses(8);
         NetUtil::readInterfacesFile(addresses);
-        int width = 0;
-        int height = 0;
-        readFontDimensions(&width, &height);
-        _settingsSummary = QStringLiteral("eth0 %1/%2 gw %3 | font %4x%5")
+        _fontWidth = 0;
+        _fontHeight = 0;
+        readFontDimensions(&_fontWidth, &_fontHeight);
+        _settingsSummary = QStringLiteral("eth0 %1/%2 gw %3 | font %4")
                                .arg(addresses[0].isEmpty() ? QStringLiteral("-") : addresses[0], addresses[1],
-                                    addresses[3])
-                               .arg(width)
-                               .arg(height);
+                                    addresses[3], fontName());
     }
     const QStringList images = QDir(_sandbox->hostPath("/tmp"), QStringLiteral("*.img")).entryList(QDir::Files);
     return QStringLiteral("%1 | start flag %2 | images: %3")

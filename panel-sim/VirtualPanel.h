@@ -95,8 +95,12 @@ public:
     const QStringList &calls() const { return _calls; }
     // One line about the sandbox's files: address, font, start flag, images.
     const QString &filesSummary() const { return _filesSummary; }
+    // The font the launcher configuration names now, "8x13" as the font
+    // catalogue calls it ("0x0" without one).
+    QString fontName() const { return QStringLiteral("%1x%2").arg(_fontWidth).arg(_fontHeight); }
 
 signals:
+    // Also every 100 ms while keys are held: the countdown moves.
     void changed();
     void ready();
     void daemonFinished(const QString &state);
@@ -128,6 +132,7 @@ private:
     std::array<bool, Gpis> _gpis{};
     std::array<int, Shafts> _shafts{};
     QTimer _holdTimer;
+    QTimer _holdTicker;
     QElapsedTimer _heldFor;
     QList<int> _heldKeys;
     std::function<void()> _holdDone;
@@ -139,6 +144,8 @@ private:
     QString _filesSummary;
     QString _settingsStamp;   // times and sizes of the interfaces and launcher files
     QString _settingsSummary; // what they held then
+    int _fontWidth = 0;
+    int _fontHeight = 0;
 };
 
 #endif // VIRTUALPANEL_H

@@ -1,15 +1,19 @@
 // panel-sim: the virtual panel. Plays the collector and the button driver on
 // loopback, runs the daemon in a sandbox root, and shows the panel on the
-// terminal or runs a script against it.
+// terminal or as a web page, or runs a script against it.
 #include "ScriptRunner.h"
 #include "TerminalView.h"
 #include "VirtualPanel.h"
 #include "unixsignalhandler/UnixSignalHandler.h"
+#ifdef PANEL_SIM_WEB
+#include "WebView.h"
+#endif
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTextStream>
 
 #include <csignal>
@@ -53,6 +57,20 @@ bool readScript(const QString &path, QString *script, QString *error)
     return true;
 }
 
+const char *const DefaultWebPort = "8080";
+
+// --web takes an optional port: without a number after it, the default.
+QStringList withWebPort(QStringList arguments)
+{
+    static const QRegularExpression number(QStringLiteral("^[0-9]+$"));
+    for (int i = 1; i < arguments.size() && arguments.at(i) != QLatin1String("--"); ++i) {
+        if (arguments.at(i) == QLatin1String("--web")
+            && (i + 1 == arguments.size() || !number.match(arguments.at(i + 1)).hasMatch()))
+            arguments[i] = QStringLiteral("--web=") + QLatin1String(DefaultWebPort);
+    }
+    return arguments;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -93,12 +111,25 @@ int main(int argc, char *argv[])
     const QCommandLineOption driverOption(QStringLiteral("driver-port"),
                                           QStringLiteral("The button-driver port (default: a free one)."),
                                           QStringLiteral("PORT"), QStringLiteral("0"));
+    const QCommandLineOption webOption(QStringLiteral("web"),
+                                       QStringLiteral("Serve the panel as a web page on PORT (default %1; 0 for a "
+                                                      "free one) instead of the terminal view; prints the URL.")
+                                           .arg(QLatin1String(DefaultWebPort)),
+                                       QStringLiteral("PORT"));
+    const QCommandLineOption webAddressOption(QStringLiteral("web-address"),
+                                              QStringLiteral("The address the web page is served on (default "
+                                                             "127.0.0.1: only this machine)."),
+                                              QStringLiteral("ADDR"), QStringLiteral("127.0.0.1"));
+    const QCommandLineOption fontDirOption(QStringLiteral("font-dir"),
+                                           QStringLiteral("Where the web page's fonts WxH.pcf.gz are (default: "
+                                                          "xfonts-base's /usr/share/fonts/X11/misc)."),
+                                           QStringLiteral("DIR"), QStringLiteral("/usr/share/fonts/X11/misc"));
     parser.addOptions({scriptOption, daemonOption, listenOption, rootOption, reuseOption, templateOption,
-                       collectorOption, driverOption});
+                       collectorOption, driverOption, webOption, webAddressOption, fontDirOption});
     parser.addPositionalArgument(QStringLiteral("arguments"),
                                  QStringLiteral("Given to the daemon (its setup script path)."),
                                  QStringLiteral("[-- arguments]"));
-    parser.process(app);
+    parser.process(withWebPort(QCoreApplication::arguments()));
 
     VirtualPanel::Options options;
     options.root = parser.value(rootOption);
@@ -116,6 +147,27 @@ int main(int argc, char *argv[])
         return failWith(QStringLiteral("a port is a number from 0 to 65535"));
     if (options.reuse && options.root.isEmpty())
         return failWith(QStringLiteral("--reuse needs --root DIR"));
+
+    const bool web = parser.isSet(webOption);
+#ifdef PANEL_SIM_WEB
+    WebView::Options webOptions;
+    webOptions.address = QHostAddress(parser.value(webAddressOption));
+    webOptions.fontDir = parser.value(fontDirOption);
+    bool webPortOk = false;
+    webOptions.port = parser.value(webOption).toUShort(&webPortOk);
+    if (web && parser.isSet(scriptOption))
+        return failWith(QStringLiteral("--web and --script do not go together"));
+    if (web && !webPortOk)
+        return failWith(QStringLiteral("a port is a number from 0 to 65535"));
+    if (web && webOptions.address.isNull())
+        return failWith(QStringLiteral("--web-address needs an IP address, not %1").arg(parser.value(webAddressOption)));
+#else
+    if (web) {
+        return failWith(QStringLiteral("this panel-sim has no web view: it is built only with Qt 6 and its "
+                                       "HttpServer and WebSockets modules and FreeType (qt6-httpserver-dev, "
+                                       "qt6-websockets-dev, libfreetype-dev)"));
+    }
+#endif
 
     std::vector<ScriptRunner::Step> steps;
     const bool scripted = parser.isSet(scriptOption);
@@ -141,8 +193,10 @@ int main(int argc, char *argv[])
     keepEarlyMessages = false;
 
     unixsignalhandler::UnixSignalHandler signalBridge;
+    // The web view has no quit key: a signal is its normal end.
+    const int signalStatus = web ? 0 : 2;
     for (int sig : {SIGINT, SIGTERM, SIGHUP})
-        unixsignalhandler::UnixSignalHandler::addHandler(sig, [] { QCoreApplication::exit(2); });
+        unixsignalhandler::UnixSignalHandler::addHandler(sig, [signalStatus] { QCoreApplication::exit(signalStatus); });
 
     int status = 0;
     if (scripted) {
@@ -150,6 +204,20 @@ int main(int argc, char *argv[])
         QObject::connect(&runner, &ScriptRunner::finished, &app, &QCoreApplication::exit);
         runner.run();
         status = app.exec();
+    } else if (web) {
+#ifdef PANEL_SIM_WEB
+        WebView view(panel, webOptions);
+        if (!view.listen(&error))
+            return failWith(error);
+        if (!panel.startDaemon(&error))
+            return failWith(error);
+        std::printf("panel-sim: the panel is at %s (Ctrl-C quits)\n", qPrintable(view.url().toString()));
+        std::fflush(stdout);
+        status = app.exec();
+        std::printf("panel-sim: %s\n", qPrintable(view.latencySummary()));
+        if (!options.root.isEmpty())
+            std::printf("panel-sim: the sandbox stays in %s\n", qPrintable(panel.sandbox().root()));
+#endif
     } else {
         TerminalView view(panel);
         if (!view.open(&error))

@@ -1,10 +1,12 @@
 #!/bin/sh
 # panel-sim's command line: a script from stdin, an unmet expectation, script
 # errors, the sandbox root made afresh or reused, and a daemon started by hand
-# against --listen-only. Usage: sim-command-line.sh PANEL_SIM PANEL_SETUP
+# against --listen-only, the web view's options. Usage: sim-command-line.sh
+# PANEL_SIM PANEL_SETUP web|no-web (whether panel-sim was built with the web view)
 set -eu
 sim=$1
 daemon=$2
+web_view=$3
 work=$(mktemp -d)
 daemon_pid=""
 cleanup() {
@@ -137,3 +139,23 @@ has 'warning: unknown or malformed command (8 bytes): undecodable 00000063000000
 has 'warning: refused by the panel: clear 5'
 has 'warning: frame length 4294967295 is no command: connection dropped'
 echo "ok: bad commands are warnings"
+
+# The web view's options are checked before anything starts; a build without
+# the web view says so. refused MESSAGE OPTION...: exit status 2 and the message.
+refused() {
+    message=$1
+    shift
+    status=0
+    "$sim" "$@" >"$work/out" 2>&1 || status=$?
+    [ "$status" = 2 ] || fail "$*: exit status $status, not 2"
+    has "panel-sim: $message"
+}
+if [ "$web_view" = web ]; then
+    refused 'a port is a number from 0 to 65535' --web 70000
+    refused '--web-address needs an IP address, not localhost' --web --web-address localhost
+    refused '--web and --script do not go together' --web 0 --script -
+    echo "ok: web view options"
+else
+    refused 'this panel-sim has no web view' --web
+    echo "ok: no web view in this build"
+fi

@@ -1,0 +1,73 @@
+#include "Shortcuts.h"
+
+#include "VirtualPanel.h"
+
+namespace shortcuts {
+
+namespace {
+
+const QString KeysLow = QStringLiteral("1234567890-=");  // keys 0 to 11
+const QString KeysHigh = QStringLiteral("!@#$%^&*()_+"); // keys 12 to 23
+const QString ShaftsUp = QStringLiteral("asdfgh");       // shafts 0 to 5, +1
+const QString ShaftsDown = QStringLiteral("ASDFGH");     // shafts 0 to 5, -1
+const QString PushSwitches = QStringLiteral("zxcvbn");   // keys 24 to 29
+const QString GpiKeys = QStringLiteral("wertyuio");      // GPIs 0 to 7
+
+} // namespace
+
+Action apply(VirtualPanel &panel, int key)
+{
+    const QChar c = key < 0x10000 ? QChar(key) : QChar();
+    if (key == Up || key == 'k') {
+        panel.turn(4, -1);
+    } else if (key == Down || key == 'j') {
+        panel.turn(4, 1);
+    } else if (key == '\r' || key == '\n') {
+        panel.tap(28);
+    } else if (key == Escape || key == 0x7f || key == 0x08) {
+        panel.tap(2);
+    } else if (key == 'q' || key == 0x03) {
+        return Action::Quit;
+    } else if (key == 0x0c) {
+        return Action::Redraw;
+    } else if (key == '?') {
+        return Action::Help;
+    } else if (key == 'm') {
+        panel.hold(panel.activationKeys(), HoldMsecs);
+    } else if (key == '[') {
+        panel.dropUpgradeImage();
+    } else if (key == ']') {
+        panel.removeUpgradeImage();
+    } else if (c.isNull()) {
+        return Action::None;
+    } else if (KeysLow.contains(c)) {
+        panel.tap(KeysLow.indexOf(c));
+    } else if (KeysHigh.contains(c)) {
+        panel.tap(12 + KeysHigh.indexOf(c));
+    } else if (ShaftsUp.contains(c)) {
+        panel.turn(ShaftsUp.indexOf(c), 1);
+    } else if (ShaftsDown.contains(c)) {
+        panel.turn(ShaftsDown.indexOf(c), -1);
+    } else if (PushSwitches.contains(c)) {
+        panel.tap(24 + PushSwitches.indexOf(c));
+    } else if (GpiKeys.contains(c)) {
+        const int gpi = GpiKeys.indexOf(c);
+        panel.setGpi(gpi, !panel.gpi(gpi));
+    } else {
+        return Action::None;
+    }
+    return Action::Panel;
+}
+
+QStringList helpText()
+{
+    return {
+        QStringLiteral("Up/k Down/j: menu shaft -1/+1   Enter: select (28)   Backspace/Esc: back (2)"),
+        QStringLiteral("Keys 0-11: 1 2 3 4 5 6 7 8 9 0 - =    Keys 12-23: ! @ # $ % ^ & * ( ) _ +"),
+        QStringLiteral("Shafts 0-5: a s d f g h +1, A S D F G H -1   Push switches 24-29: z x c v b n"),
+        QStringLiteral("GPIs 0-7 on/off: w e r t y u i o   m: hold the activation keys 5.5 s"),
+        QStringLiteral("[: drop /tmp/panel-upgrade.img  ]: remove it  Ctrl-L: redraw  ?: log  q: quit"),
+    };
+}
+
+} // namespace shortcuts
