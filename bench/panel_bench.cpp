@@ -340,9 +340,11 @@ bool countPerTurn(const char *name, const QString &valgrind, const QString &prog
     constexpr double Turns = CountTurnsLong - CountTurnsShort;
     perTurn->instructions = double(longRun.instructions - shortRun.instructions) / Turns;
     for (const auto &entry : longRun.syscalls) {
-        const double calls = double(entry.second - shortRun.syscalls[entry.first]) / Turns;
-        // Start-up's calls differ by a few between runs; only what each turn
-        // makes is kept.
+        // Start-ups differ by a few calls with their timing (one more loop
+        // pass, a log line): a few thousandths a turn, so hundredths are kept,
+        // and only the calls that each turn makes.
+        const double calls =
+            std::round(double(entry.second - shortRun.syscalls[entry.first]) / Turns * 100) / 100;
         if (calls >= 0.5)
             perTurn->syscalls[entry.first] = calls;
     }
