@@ -16,50 +16,30 @@ private Q_SLOTS:
     {
         PanelDaemon d(PANEL_SETUP_BINARY);
         QVERIFY(d.startInMenu());
-        const auto walk = [&d](const collector::CollectorMsg &msg, int commands) {
+        const collector::CollectorMsg select = PanelDaemon::select();
+        const collector::CollectorMsg back = PanelDaemon::back();
+        const auto turn = [](int delta) { return PanelDaemon::turn(delta); };
+        // Each event with the commands to wait for. The test pages count
+        // none: the key test blinks the lights on a timer, and the log does
+        // not depend on where one step's drawing ends.
+        const std::vector<std::pair<collector::CollectorMsg, int>> steps = {
+            // Down the menu and back, clamped at both ends.
+            {turn(1), 2}, {turn(1), 2}, {turn(1), 2}, {turn(1), 2}, {turn(1), 2}, {turn(1), 2}, {turn(1), 2},
+            {turn(1), 2}, {turn(-7), 2}, {turn(-1), 2}, {turn(-1), 2},
+            // SETUP: down the list, into the IP editor, a digit turned, out
+            // without saving.
+            {select, 9}, {turn(1), 2}, {turn(-1), 2}, {select, 3}, {turn(1), 7}, {back, 1}, {back, 10},
+            // TESTING: the shaft, key, GPI and LED tests in turn; the key
+            // test counts the back key and is left with a shaft's push.
+            {turn(1), 2}, {select, 5}, {select, 0}, {back, 0}, {turn(1), 0}, {select, 0}, {select, 0},
+            {turn(1), 0}, {select, 0}, {back, 0}, {turn(1), 0}, {select, 0}, {back, 0}, {back, 0},
+            // INTENSITY, the spacer, and EXIT.
+            {turn(1), 2}, {select, 4}, {back, 10}, {turn(2), 2}, {select, 0}, {turn(-1), 2}, {select, 5}};
+        for (const auto &[msg, commands] : steps) {
             const QStringList drawn = d.step(msg, commands);
-            if (!drawn.isEmpty() && drawn.first() == QLatin1String("timed out after:")) {
-                qWarning().noquote() << drawn.join(QLatin1String(" | "));
-                return false;
-            }
-            return true;
-        };
-        // Down the menu and back, clamped at both ends.
-        for (int delta : {1, 1, 1, 1, 1, 1, 1, 1, -7, -1, -1})
-            QVERIFY(walk(PanelDaemon::turn(delta), 2));
-
-        // SETUP: down the list, into the IP editor, a digit turned, out
-        // without saving.
-        QVERIFY(walk(PanelDaemon::select(), 9));
-        QVERIFY(walk(PanelDaemon::turn(1), 2));
-        QVERIFY(walk(PanelDaemon::turn(-1), 2));
-        QVERIFY(walk(PanelDaemon::select(), 3));
-        QVERIFY(walk(PanelDaemon::turn(1), 7));
-        QVERIFY(walk(PanelDaemon::back(), 1));
-        QVERIFY(walk(PanelDaemon::back(), 10));
-
-        // TESTING and each test page; the key test counts the back key and is
-        // left with a shaft's push. It blinks the lights on a timer, so these
-        // steps count no commands: the log does not depend on where one
-        // step's drawing ends.
-        QVERIFY(walk(PanelDaemon::turn(1), 2));
-        QVERIFY(walk(PanelDaemon::select(), 5));
-        for (int page = 0; page < 4; ++page) {
-            if (page > 0)
-                QVERIFY(walk(PanelDaemon::turn(1), 0));
-            QVERIFY(walk(PanelDaemon::select(), 0));
-            QVERIFY(walk(page == 1 ? PanelDaemon::select() : PanelDaemon::back(), 0));
+            QVERIFY2(drawn.isEmpty() || drawn.first() != QLatin1String("timed out after:"),
+                     qPrintable(drawn.join(QLatin1String(" | "))));
         }
-        QVERIFY(walk(PanelDaemon::back(), 0));
-
-        // INTENSITY, the spacer, and EXIT.
-        QVERIFY(walk(PanelDaemon::turn(1), 2));
-        QVERIFY(walk(PanelDaemon::select(), 4));
-        QVERIFY(walk(PanelDaemon::back(), 10));
-        QVERIFY(walk(PanelDaemon::turn(2), 2));
-        QVERIFY(walk(PanelDaemon::select(), 0));
-        QVERIFY(walk(PanelDaemon::turn(-1), 2));
-        QVERIFY(walk(PanelDaemon::select(), 5));
         QTRY_COMPARE(d.sandbox.calls(), QStringList("setup_script exit"));
         QTRY_VERIFY(d.outputContains("Font dimensions set to width = 10 and height = 20"));
         d.stop();
