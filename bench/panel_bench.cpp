@@ -183,6 +183,21 @@ struct Target
         link = std::make_unique<Link>(accepted, child.pid());
         return true;
     }
+
+    // Reads the target's first drawing (the daemon's take-over: `commands`
+    // commands, the last eight the main menu's items; the relay draws none)
+    // and gives the link the frames that every turn is checked against.
+    bool drawsMainMenu(int commands, const MenuFrames &frames)
+    {
+        std::vector<QByteArray> drawing;
+        if (!link->readCommands(commands, ConnectTimeoutMs, &drawing)
+            || (commands > 0 && !frames.matchFirstDrawing(drawing))) {
+            fprintf(stderr, "panel-bench: %s did not draw the main menu\n", name);
+            return false;
+        }
+        link->setFrames(frames);
+        return true;
+    }
 };
 
 bool allClean = true;
@@ -303,15 +318,9 @@ bool countedRun(const char *name, const QString &valgrind, const QString &progra
                                                       QStringLiteral("--log-file=") + log, program}
                                           + arguments;
     Target target(name);
-    const MenuFrames frames = MenuFrames::mainMenu(BenchVersion);
-    std::vector<QByteArray> drawing;
     if (!target.start(valgrind, valgrindArguments, box, output, cpu, environment)
-        || !target.link->readCommands(firstDrawing, ConnectTimeoutMs, &drawing)
-        || (firstDrawing > 0 && !frames.matchFirstDrawing(drawing))) {
-        fprintf(stderr, "panel-bench: %s under valgrind did not draw the main menu\n", name);
+        || !target.drawsMainMenu(firstDrawing, MenuFrames::mainMenu(BenchVersion)))
         return false;
-    }
-    target.link->setFrames(frames);
     PhaseSpec closed;
     closed.window = 1;
     closed.events = turns;
@@ -549,18 +558,13 @@ int main(int argc, char *argv[])
     Target daemon("daemon");
     if (!daemon.start(o.daemon, {}, setupBox, o.daemonLog, o.targetCpu, o.daemonEnv))
         return 2;
-    std::vector<QByteArray> firstDrawing;
     const MenuFrames frames = MenuFrames::mainMenu(BenchVersion);
-    if (!daemon.link->readCommands(FirstDrawingCommands, ConnectTimeoutMs, &firstDrawing)
-        || !frames.matchFirstDrawing(firstDrawing)) {
-        fprintf(stderr, "panel-bench: the daemon did not draw the main menu\n");
+    if (!daemon.drawsMainMenu(FirstDrawingCommands, frames))
         return 2;
-    }
-    daemon.link->setFrames(frames);
     Target relay("baseline");
-    if (!relay.start(o.relay, relayArguments(frames), setupBox, QStringLiteral("/dev/null"), o.targetCpu))
+    if (!relay.start(o.relay, relayArguments(frames), setupBox, QStringLiteral("/dev/null"), o.targetCpu)
+        || !relay.drawsMainMenu(0, frames))
         return 2;
-    relay.link->setFrames(frames);
     Target *targets[] = {&relay, &daemon};
 
     sleepSeconds(o.ci ? 0.2 : 1.0);
