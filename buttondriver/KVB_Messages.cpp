@@ -1,6 +1,6 @@
-#include "KVB_Messages.h"
+#include "buttondriver/KVB_Messages.h"
 
-#include "KVB_Records.h"
+#include "buttondriver/KVB_Records.h"
 
 #include <cstdio>
 

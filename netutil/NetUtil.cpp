@@ -1,8 +1,9 @@
-#include "NetUtil.h"
+#include "netutil/NetUtil.h"
 
-#include "panel/DebugFormat.h"
-#include "panel/RuntimeEnv.h"
-#include "panel/SettingsFile.h"
+#include "base/DebugFormat.h"
+#include "base/RuntimeEnv.h"
+#include "base/SettingsFile.h"
+#include "base/DevicePaths.h"
 
 #include <QBuffer>
 #include <QByteArray>
@@ -33,7 +34,7 @@ bool hasEntries(const std::vector<QString> &params, std::size_t needed)
 
 QString NetUtil::interfacesPath()
 {
-    return runtimeenv::path("/etc/network/interfaces");
+    return runtimeenv::path(devicepaths::Interfaces);
 }
 
 QString NetUtil::formatAddress(const struct sockaddr *address)
@@ -142,6 +143,6 @@ void NetUtil::readInterfacesFile(std::vector<QString> &params)
 
 int NetUtil::restartNetworking()
 {
-    const QString command = runtimeenv::path("/etc/init.d/networking") + " restart";
+    const QString command = runtimeenv::path(devicepaths::NetworkingScript) + " restart";
     return system(command.toLocal8Bit().constData());
 }

@@ -1,8 +1,9 @@
 #include "pages/FontCatalogue.h"
 
 #include "pages/Page.h"
-#include "panel/DebugFormat.h"
-#include "panel/RuntimeEnv.h"
+#include "base/DebugFormat.h"
+#include "base/RuntimeEnv.h"
+#include "base/DevicePaths.h"
 
 #include <QDebug>
 #include <QDir>
@@ -25,7 +26,7 @@ namespace fontcatalogue {
 
 QString fontDirectory()
 {
-    return runtimeenv::path(QStringLiteral("/opt/kd5820m/fonts"));
+    return runtimeenv::path(devicepaths::FontDir);
 }
 
 void scanFonts(QStringList *names, QMap<QString, QString> *info)

@@ -1,6 +1,7 @@
 #include "pages/Page_Intensity.h"
 
 #include "buttondriver/KVB_Messages.h"
+#include "pages/ButtonLevelFile.h"
 #include "pages/MenuNavigation.h"
 #include "pages/MenuTables.h"
 

@@ -1,7 +1,7 @@
 #include "pages/Param.h"
 
 #include "buttondriver/KVB_Messages.h"
-#include "panel/DebugFormat.h"
+#include "base/DebugFormat.h"
 
 #include <QDebug>
 #include <QElapsedTimer>

@@ -19,9 +19,6 @@ public:
     void setCallback(PageCallback *callback) { _callback = callback; }
     void setLabel(const QString &label) { _label = label; }
     QString label() const { return _label; }
-    // The TFT screen the editor draws in (2, the detail screen, unless set).
-    void setScreen(int screen) { _screen = screen; }
-    int screen() const { return _screen; }
 
 protected:
     PageCallback *_callback; // not owned
@@ -29,7 +26,7 @@ protected:
     QString _label;          // not drawn
     int _shaft_val = 4;      // the shaft that edits it: the menu shaft
     int _digits = 3;         // kept from the editor family; no editor reads it
-    int _screen = 2;
+    int _screen = 2;         // the detail screen, where every editor draws
 };
 
 // A dotted four-field address edited one field at a time, caret under the field.

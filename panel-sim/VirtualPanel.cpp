@@ -3,7 +3,7 @@
 #include "CommandText.h"
 #include "netutil/NetUtil.h"
 #include "panel/LauncherConfig.h"
-#include "panel/RuntimeEnv.h"
+#include "base/RuntimeEnv.h"
 
 #include <QDateTime>
 #include <QDir>

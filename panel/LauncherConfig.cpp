@@ -1,8 +1,9 @@
-#include "LauncherConfig.h"
+#include "panel/LauncherConfig.h"
 
-#include "panel/DebugFormat.h"
-#include "panel/RuntimeEnv.h"
-#include "panel/SettingsFile.h"
+#include "base/DebugFormat.h"
+#include "base/RuntimeEnv.h"
+#include "base/SettingsFile.h"
+#include "base/DevicePaths.h"
 
 #include <QDebug>
 #include <QDir>
@@ -156,7 +157,7 @@ QString scratchParent()
 
 QString launcherConfigPath()
 {
-    return runtimeenv::path("/etc/kd5820m/launcher.cfg");
+    return runtimeenv::path(devicepaths::LauncherConfig);
 }
 
 void readActivateButtons(int *button1, int *button2)

@@ -1,14 +1,15 @@
-#include "Setup_Panel.h"
+#include "panel/Setup_Panel.h"
 
 #include "buttondriver/KVB_Messages.h"
 #include "netutil/NetUtil.h"
 #include "pages/ButtonLevelFile.h"
-#include "panel/DebugFormat.h"
+#include "base/DebugFormat.h"
 #include "panel/LauncherConfig.h"
-#include "panel/RuntimeEnv.h"
-#include "panel/SettingsFile.h"
-#include "panel/SystemCommand.h"
-#include "panel/TrustChecks.h"
+#include "base/RuntimeEnv.h"
+#include "base/SettingsFile.h"
+#include "base/SystemCommand.h"
+#include "base/TrustChecks.h"
+#include "base/DevicePaths.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -29,7 +30,6 @@ using collector::CollectorMsg;
 
 namespace {
 
-const char *const MainAppScript = "/etc/init.d/kd5820m-main";
 // The menu font that setup mode forces while it owns the panel.
 const char *const SetupFontName = "8x13.pcf.gz";
 
@@ -50,12 +50,12 @@ Setup_Panel::Setup_Panel(const QString &script_path)
     // Qt's default coarse timers may fire 5 % early: a 4.8 s hold would take over.
     _activate_timer.setTimerType(Qt::PreciseTimer);
     connect(&_activate_timer, &QTimer::timeout, this, &Setup_Panel::onTimerEnterSetup);
-    _start_flag_path = runtimeenv::path(QStringLiteral("/mnt/flashdisk/etc/network/start_setup_program"));
+    _start_flag_path = runtimeenv::path(devicepaths::StartFlag);
     loadNetworkParams();
     _upgrading = false;
     _active = false;
     _state = st_idle;
-    _watcher = new QFileSystemWatcher(QStringList(runtimeenv::path(QStringLiteral("/tmp"))), this);
+    _watcher = new QFileSystemWatcher(QStringList(runtimeenv::path(devicepaths::UpgradeDir)), this);
     connect(_watcher, &QFileSystemWatcher::directoryChanged, this, &Setup_Panel::onSystemUpgrade);
 }
 
@@ -82,7 +82,7 @@ void Setup_Panel::startDevices()
         takeOverFont();
         _main_page.onEnter();
     }
-    if (!_active && !QFile::exists(runtimeenv::path(MainAppScript))) {
+    if (!_active && !QFile::exists(runtimeenv::path(devicepaths::MainAppScript))) {
         _active = true;
         pcb_send_message(KVB_ClearScreen(-1));
         takeOverFont();
@@ -201,7 +201,7 @@ void Setup_Panel::pcb_save_network_settings()
     NetUtil::writeInterfacesFile(addresses);
     NetUtil::restartNetworking();
     QFile::remove(_start_flag_path);
-    runCommand(runtimeenv::path(QStringLiteral("/bin/sync")));
+    runCommand(runtimeenv::path(devicepaths::Sync));
 }
 
 void Setup_Panel::pcb_reserved()

@@ -1,4 +1,4 @@
-#include "panel/LogOutput.h"
+#include "base/LogOutput.h"
 #include "panel/Setup_Panel.h"
 
 #include <QCoreApplication>

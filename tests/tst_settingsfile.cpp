@@ -7,7 +7,7 @@
 #include "netutil/NetUtil.h"
 #include "pages/ButtonLevelFile.h"
 #include "panel/LauncherConfig.h"
-#include "panel/SettingsFile.h"
+#include "base/SettingsFile.h"
 #include "panel/Setup_Panel.h"
 #include "support/MessageRecorder.h"
 #include "support/PermissionBitsEnforced.h"

@@ -1,6 +1,6 @@
-#include "UnixSignalHandler.h"
+#include "unixsignalhandler/UnixSignalHandler.h"
 
-#include "panel/DebugFormat.h"
+#include "base/DebugFormat.h"
 
 #include <QDebug>
 #include <QSocketNotifier>

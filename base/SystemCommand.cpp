@@ -1,4 +1,4 @@
-#include "SystemCommand.h"
+#include "base/SystemCommand.h"
 
 #include <cstdlib>
 

@@ -1,4 +1,4 @@
-#include "TrustChecks.h"
+#include "base/TrustChecks.h"
 
 #include <QAbstractSocket>
 #include <QDebug>

@@ -1,4 +1,4 @@
-#include "SettingsFile.h"
+#include "base/SettingsFile.h"
 
 #include <QDir>
 #include <QFile>
