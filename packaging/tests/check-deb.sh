@@ -1,12 +1,12 @@
 #!/bin/sh
 # Builds the Debian package of a build directory with cpack and checks it: the
-# exact file list with modes, that README.md documents every file, the control
+# exact file list with modes, that the deployment guide documents every file, the control
 # fields (architecture of the daemon's ELF machine, library dependencies,
 # conffiles), the paths inside the service files, lintian (no error and no
 # warning), and a simulated install.
-# Usage: check-deb.sh BUILD_DIR CPACK_COMMAND README INSTALL_PREFIX
+# Usage: check-deb.sh BUILD_DIR CPACK_COMMAND DEPLOYMENT_GUIDE INSTALL_PREFIX
 set -u
-build_dir=$1 cpack=$2 readme=$3 prefix=$4
+build_dir=$1 cpack=$2 guide=$3 prefix=$4
 
 fail() { echo "FAIL: $*"; exit 1; }
 
@@ -54,9 +54,9 @@ drwxr-xr-x ./usr/share/man/man8/
 EOF
 diff -u "$work/expected" "$work/files" || fail "file list differs (- expected, + package)"
 
-# Every file (not directory) of the package is named in the README.
+# Every file (not directory) of the package is named in the deployment guide.
 for path in $(awk '$1 !~ /^d/ { sub(/^\./, "", $2); print $2 }' "$work/expected"); do
-    grep -qF "$path" "$readme" || fail "$path is not documented in README.md"
+    grep -qF "$path" "$guide" || fail "$path is not documented in $guide"
 done
 
 field() { dpkg-deb -f "$deb" "$1"; }
@@ -112,7 +112,7 @@ if command -v systemd-analyze >/dev/null; then
 fi
 
 # Debian's package checker at its default level: no error, no warning. The
-# informational tags that remain are named in README.md.
+# informational tags that remain are named in the deployment guide.
 lintian --allow-root --no-tag-display-limit "$deb" >"$work/lintian.log" 2>&1
 lintian_status=$?
 cat "$work/lintian.log"
