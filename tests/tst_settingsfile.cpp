@@ -414,7 +414,7 @@ private Q_SLOTS:
             // Beside the link: not a copy of a save of the target's.
             QVERIFY(_root.writeFile(devicePath(kind) + ".panel-setup-AbC123", "keep"));
         }
-        Setup_Panel::removeSaveLeftovers();
+        Setup_Panel::recoverInterruptedSaves();
         kept.sort();
         QCOMPARE(entries(flash), kept);
         QVERIFY(QFile::exists(host("/etc/network/interfaces.panel-setup-AbC123")));
@@ -440,7 +440,7 @@ private Q_SLOTS:
             QFile file(dir + "/launcher.cfg");
             QVERIFY(file.open(QIODevice::WriteOnly));
         }
-        Setup_Panel::removeSaveLeftovers();
+        Setup_Panel::recoverInterruptedSaves();
         QVERIFY(!QFileInfo::exists(gone));
         QVERIFY(QFileInfo::exists(running + "/launcher.cfg"));
         QVERIFY(QFileInfo::exists(other + "/launcher.cfg"));
