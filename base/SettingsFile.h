@@ -60,7 +60,9 @@ bool isSmallRegularFile(const QString &path);
 enum class SaveResult {
     Saved,
     OpenFailed,  // the file could not be opened or created
-    WriteFailed, // it opened, but the bytes could not be stored; the old bytes stay
+    WriteFailed, // it opened, but the bytes could not be stored; the old bytes stay,
+                 // or, when the file was already being written, its record stays
+                 // and the next start completes the save
 };
 
 // Saves bytes to path (its links followed). Bytes above MaxReadSize, which no
