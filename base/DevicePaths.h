@@ -17,6 +17,8 @@ constexpr char StartFlag[] = "/mnt/flashdisk/etc/network/start_setup_program";
 constexpr char MainAppScript[] = "/etc/init.d/kd5820m-main";
 constexpr char UpgradeDir[] = "/tmp";
 constexpr char Sync[] = "/bin/sync";
+// Redo records of settings saves whose file's directory is not writable.
+constexpr char StateDir[] = "/var/lib/panel-setup";
 
 constexpr quint16 CollectorPort = 3355;
 constexpr quint16 DriverPort = 3003;

@@ -2,7 +2,6 @@
 
 #include "buttondriver/KVB_Messages.h"
 #include "netutil/NetUtil.h"
-#include "pages/ButtonLevelFile.h"
 #include "base/DebugFormat.h"
 #include "panel/LauncherConfig.h"
 #include "base/RuntimeEnv.h"
@@ -44,7 +43,6 @@ Setup_Panel::Setup_Panel(const QString &script_path)
       _gateway_param(this, QStringLiteral("?#")),
       _script_path(script_path)
 {
-    removeSaveLeftovers();
     loadActivateButtons();
     _activate_timer.setSingleShot(true);
     // Qt's default coarse timers may fire 5 % early: a 4.8 s hold would take over.
@@ -65,10 +63,9 @@ Setup_Panel::~Setup_Panel()
     delete _watcher;
 }
 
-void Setup_Panel::removeSaveLeftovers()
+void Setup_Panel::recoverInterruptedSaves()
 {
-    for (const QString &path : {NetUtil::interfacesPath(), launcherConfigPath(), buttonlevelFilePath()})
-        settingsfile::removeLeftovers(path);
+    settingsfile::recoverPending();
     removeStaleScratchCopies();
 }
 

@@ -1,4 +1,5 @@
 // The setup page end to end: network, font and PSU saves, and revert.
+#include "base/SettingsFile.h"
 #include "support/PanelDaemon.h"
 #include "support/SettingsSaves.h"
 
@@ -187,6 +188,43 @@ private Q_SLOTS:
         d.collector.send(P::turn(1));
         QTRY_COMPARE(d.driver.panel().text(2, 0), QString(" 10.  0.  0.  0"));
         revertAndReopenAddress(d, " 10.  0.  0.300");
+    }
+
+    // Saves that a power cut interrupted, found as redo records at the start:
+    // completed before anything reads a setting, so the menu and the PSU mode
+    // show the saved values, and a torn record is dropped without a change.
+    void interruptedSavesCompletedAtStart()
+    {
+        P d(PANEL_SETUP_BINARY);
+        const QByteArray interfaces = "auto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet static\n"
+                                      "address 10.20.30.40\nnetmask 255.0.0.0\n";
+        const QByteArray launcher = "[setup]\nbutton1=24\nbutton2=25\n\n[font]\nwidth=10\nheight=20\n\n"
+                                    "[psu]\nredundant=1\n";
+        QVERIFY(d.sandbox.writeFile("/var/lib/panel-setup/interfaces.panel-setup-redo",
+                                    settingsfile::redoRecord("/etc/network/interfaces", interfaces)));
+        QVERIFY(d.sandbox.writeFile("/etc/kd5820m/launcher.cfg.panel-setup-redo",
+                                    settingsfile::redoRecord("/etc/kd5820m/launcher.cfg", launcher)));
+        const QByteArray torn = settingsfile::redoRecord("/etc/kd5820m/buttonlevel", "lcd 1\nscr 1\n");
+        QVERIFY(d.sandbox.writeFile("/etc/kd5820m/buttonlevel.panel-setup-redo", torn.left(torn.size() - 1)));
+        QVERIFY(d.startInMenu());
+
+        const QStringList lines = d.outputLines();
+        // Records beside the files first, then those of the state directory.
+        QCOMPARE(lines.mid(0, 4),
+                 QStringList({"settingsfile::recoverPending(): removed the invalid record \""
+                                  + d.sandbox.hostPath("/etc/kd5820m/buttonlevel.panel-setup-redo") + '"',
+                              "settingsfile::recoverPending(): completed the interrupted save of "
+                              "\"/etc/kd5820m/launcher.cfg\"",
+                              "settingsfile::recoverPending(): completed the interrupted save of "
+                              "\"/etc/network/interfaces\"",
+                              "Getting PSU mode from file \"" + d.sandbox.hostPath("/etc/kd5820m/launcher.cfg") + '"'}));
+        QVERIFY(lines.contains("_sh_psu_val = 1"));
+        QCOMPARE(d.sandbox.readFile("/etc/network/interfaces"), interfaces);
+        QCOMPARE(d.sandbox.readFile("/etc/kd5820m/buttonlevel"), Sandbox::DefaultButtonLevel);
+        for (const char *dir : {"/etc/kd5820m", "/etc/network", "/var/lib/panel-setup"})
+            QVERIFY(QDir(d.sandbox.hostPath(QLatin1String(dir))).entryList({"*.panel-setup-*"}, QDir::Files).isEmpty());
+        QCOMPARE(d.step(P::select(), 9), setupList());
+        QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0  10. 20. 30. 40"));
     }
 };
 

@@ -34,13 +34,16 @@ drwxr-xr-x ./etc/default/
 -rw-r--r-- ./etc/default/panel-setup
 drwxr-xr-x ./etc/init.d/
 -rwxr-xr-x ./etc/init.d/panel-setup
+-rwxr-xr-x ./etc/init.d/panel-setup-recover
 drwxr-xr-x ./usr/
 drwxr-xr-x ./usr/lib/
 drwxr-xr-x ./usr/lib/systemd/
 drwxr-xr-x ./usr/lib/systemd/system/
+-rw-r--r-- ./usr/lib/systemd/system/panel-setup-recover.service
 -rw-r--r-- ./usr/lib/systemd/system/panel-setup.service
 drwxr-xr-x ./usr/sbin/
 -rwxr-xr-x ./usr/sbin/panel-setup
+-rwxr-xr-x ./usr/sbin/panel-setup-recover
 -rwxr-xr-x ./usr/sbin/setup_script
 drwxr-xr-x ./usr/share/
 drwxr-xr-x ./usr/share/doc/
@@ -49,8 +52,12 @@ drwxr-xr-x ./usr/share/doc/panel-setup/
 -rw-r--r-- ./usr/share/doc/panel-setup/copyright
 drwxr-xr-x ./usr/share/man/
 drwxr-xr-x ./usr/share/man/man8/
+-rw-r--r-- ./usr/share/man/man8/panel-setup-recover.8.gz
 -rw-r--r-- ./usr/share/man/man8/panel-setup.8.gz
 -rw-r--r-- ./usr/share/man/man8/setup_script.8.gz
+drwxr-xr-x ./var/
+drwxr-xr-x ./var/lib/
+drwxr-xr-x ./var/lib/panel-setup/
 EOF
 diff -u "$work/expected" "$work/files" || fail "file list differs (- expected, + package)"
 
@@ -85,6 +92,7 @@ done
 
 dpkg-deb -e "$deb" "$work/control"
 [ "$(cat "$work/control/conffiles")" = "/etc/init.d/panel-setup
+/etc/init.d/panel-setup-recover
 /etc/default/panel-setup" ] || fail "conffiles: $(cat "$work/control/conffiles")"
 for script in postinst prerm postrm; do
     [ -x "$work/control/$script" ] || fail "$script is missing or not executable"
@@ -103,11 +111,23 @@ grep -qx 'DAEMON=/usr/sbin/panel-setup' "$init" || fail "init script: DAEMON"
 grep -qx 'SETUP_SCRIPT=/usr/sbin/setup_script' "$init" || fail "init script: SETUP_SCRIPT"
 grep -q '^# Should-Start: .* kd5820m-collector kd5820m-buttondriver$' "$init" || fail "init script: Should-Start"
 sh -n "$init" || fail "init script has a syntax error"
-# systemd's own parser; the daemon and its manual pages are not installed
+grep -qx 'StateDirectory=panel-setup' "$unit" || fail "unit: StateDirectory"
+# The boot's recovery: early, before networking and the daemon.
+recover_unit=$work/root/usr/lib/systemd/system/panel-setup-recover.service
+recover_init=$work/root/etc/init.d/panel-setup-recover
+grep -qx 'ExecStart=/usr/sbin/panel-setup-recover' "$recover_unit" || fail "recovery unit: ExecStart"
+grep -qx 'Type=oneshot' "$recover_unit" || fail "recovery unit: Type"
+grep -qx 'DefaultDependencies=no' "$recover_unit" || fail "recovery unit: DefaultDependencies"
+grep -qx 'After=local-fs.target' "$recover_unit" || fail "recovery unit: After"
+grep -q '^Before=.* networking.service panel-setup.service' "$recover_unit" || fail "recovery unit: Before"
+grep -qx 'RECOVER=/usr/sbin/panel-setup-recover' "$recover_init" || fail "recovery init script: RECOVER"
+sh -n "$recover_init" || fail "recovery init script has a syntax error"
+# systemd's own parser; the programs and their manual pages are not installed
 # here, so they are not found.
 if command -v systemd-analyze >/dev/null; then
-    complaints=$(systemd-analyze verify "$unit" 2>&1 |
-        grep -v -e 'Command /usr/sbin/panel-setup is not executable' -e "Command 'man \(panel-setup\|setup_script\)(8)' failed")
+    complaints=$(systemd-analyze verify "$unit" "$recover_unit" 2>&1 |
+        grep -v -e 'Command /usr/sbin/panel-setup\(-recover\)\? is not executable' \
+            -e "Command 'man \(panel-setup\|panel-setup-recover\|setup_script\)(8)' failed")
     [ -z "$complaints" ] || fail "systemd-analyze verify: $complaints"
 fi
 

@@ -34,7 +34,20 @@ EXTRA_OECMAKE = " \
     -DPANEL_SETUP_DRIVER_SERVICE=kd5820m-buttondriver \
 "
 
-SYSTEMD_SERVICE:${PN} = "panel-setup.service"
-INITSCRIPT_NAME = "panel-setup"
+SYSTEMD_SERVICE:${PN} = "panel-setup.service panel-setup-recover.service"
+
+# The init scripts: one a package for update-rc.d, so the boot's recovery of
+# interrupted settings saves has a package of its own.
+PACKAGES =+ "${PN}-recover"
+FILES:${PN}-recover = "${sysconfdir}/init.d/panel-setup-recover"
+RDEPENDS:${PN}-recover = "${PN}"
+RRECOMMENDS:${PN} = "${PN}-recover"
+ALLOW_EMPTY:${PN}-recover = "1"
+INITSCRIPT_PACKAGES = "${PN} ${PN}-recover"
+INITSCRIPT_NAME:${PN} = "panel-setup"
 # Starts late (90), after the collector and the button driver; stops early (10).
-INITSCRIPT_PARAMS = "defaults 90 10"
+INITSCRIPT_PARAMS:${PN} = "defaults 90 10"
+INITSCRIPT_NAME:${PN}-recover = "panel-setup-recover"
+# In runlevel S once the local file systems are mounted read-write, before
+# networking; check the numbers against the image's own scripts.
+INITSCRIPT_PARAMS:${PN}-recover = "start 38 S ."
