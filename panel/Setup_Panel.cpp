@@ -194,10 +194,11 @@ void Setup_Panel::pcb_exit_setup()
 
 void Setup_Panel::pcb_save_network_settings()
 {
-    // Runs on the setup page's save thread; the page ignores input meanwhile.
+    // Runs on the setup page's save thread. It writes the addresses that the
+    // page kept when the save started, which later edits do not touch.
     std::vector<QString> addresses;
     for (const Param_Quad *editor : {&_ip_param, &_mask_param, &_broadcast_param, &_gateway_param})
-        addresses.push_back(editor->text());
+        addresses.push_back(editor->textForSave());
     NetUtil::writeInterfacesFile(addresses);
     NetUtil::restartNetworking();
     QFile::remove(_start_flag_path);
