@@ -5,6 +5,7 @@
 #include <QFileInfo>
 #include <QRandomGenerator>
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -218,11 +219,9 @@ bool isLeftoverOf(const QString &name, const QString &entry)
     const QString prefix = name + QLatin1String(CopyInfix);
     if (entry.size() != prefix.size() + CopySuffixLength || !entry.startsWith(prefix))
         return false;
-    for (const QChar c : entry.mid(prefix.size())) {
-        if (c.unicode() > 127 || !c.isLetterOrNumber())
-            return false;
-    }
-    return true;
+    const QString tail = entry.mid(prefix.size());
+    return std::all_of(tail.cbegin(), tail.cend(),
+                       [](QChar c) { return c.unicode() <= 127 && c.isLetterOrNumber(); });
 }
 
 void removeLeftovers(const QString &path)
