@@ -6,6 +6,7 @@
 #include "support/StdoutCapture.h"
 #include "support/TestRoot.h"
 
+#include <QElapsedTimer>
 #include <QtTest>
 
 #include <climits>
@@ -223,6 +224,18 @@ private:
     QAtomicInt _inSave;
     mutable std::mutex _mutex;
     QList<QStringList> _written;
+};
+
+// Deleted on the save thread after the thread has reported back (deleteLater()
+// on a thread without an event loop): the deletion lasts until the gate opens.
+class SlowDeletion : public QObject
+{
+public:
+    explicit SlowDeletion(QSemaphore *gate) : _gate(gate) {}
+    ~SlowDeletion() override { _gate->tryAcquire(1, 5000); }
+
+private:
+    QSemaphore *_gate;
 };
 
 const QStringList pressedAddresses{"193.168.1.10", "255.255.255.0", "192.168.1.255", "192.168.1.1"};
@@ -686,6 +699,48 @@ private Q_SLOTS:
         QCOMPARE(gate.written(), (QList<QStringList>{pressedAddresses,
                                                      {"11.0.0.1", "255.255.255.0", "192.168.1.255",
                                                       "192.168.1.1"}}));
+    }
+
+    // A save that starts while the previous save's thread has reported back
+    // but not ended yet starts once it has, the event loop running meanwhile.
+    void saveWhileTheLastSaveThreadEnds()
+    {
+        Fixture f;
+        f.enter();
+        QSemaphore tailMayEnd;
+        QAtomicInt saves;
+        f.cb.setSaveAction([&tailMayEnd, &saves] {
+            if (saves.fetchAndAddOrdered(1) == 0)
+                (new SlowDeletion(&tailMayEnd))->deleteLater();
+        });
+        f.choose(0);
+        f.feed(turn(1));
+        f.leaveItem();
+        saveAndWait(f);
+        f.page->collectorMsg(turn(-10));
+        f.choose(0);
+        f.feed(turn(1));
+        f.leaveItem();
+
+        QElapsedTimer clock;
+        clock.start();
+        f.pick(7);
+        QVERIFY2(clock.elapsed() < 1000, qPrintable(QString::number(clock.elapsed())));
+        int beats = 0;
+        QTimer heartbeat;
+        heartbeat.setInterval(10);
+        connect(&heartbeat, &QTimer::timeout, this, [&beats] { ++beats; });
+        heartbeat.start();
+        QTest::qWait(300);
+        QVERIFY(beats >= 10);
+        QCOMPARE(f.cb.journal(), QStringList("leds 3 -1 0"));
+        QVERIFY(f.page->isSaving());
+
+        tailMayEnd.release();
+        QTRY_COMPARE(f.cb.journal().count("leds 3 0 0"), 2);
+        QCOMPARE(f.cb.journal().mid(0, 3),
+                 (QStringList{"leds 3 -1 0", "save_network_settings", "leds 3 0 0"}));
+        QCOMPARE(f.cb.journal().count("text 2 4 0 194.168.1.10"), 2);
     }
 
     // Font list
