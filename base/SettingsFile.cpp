@@ -481,8 +481,8 @@ bool isLeftoverOf(const QString &name, const QString &entry)
     for (const QString &prefix : {name + QLatin1String(CopyInfix), name + QLatin1String(RecordSuffix) + QLatin1Char('-')}) {
         if (entry.size() != prefix.size() + CopySuffixLength || !entry.startsWith(prefix))
             continue;
-        const QString suffix = entry.mid(prefix.size());
-        if (std::all_of(suffix.cbegin(), suffix.cend(),
+        const QString tail = entry.mid(prefix.size());
+        if (std::all_of(tail.cbegin(), tail.cend(),
                         [](QChar c) { return c.unicode() <= 127 && c.isLetterOrNumber(); }))
             return true;
     }

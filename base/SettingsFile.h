@@ -46,7 +46,7 @@ namespace settingsfile {
 
 // Settings files are a few hundred bytes; a larger "settings file" (a link to
 // a device, a runaway log) is treated as unreadable instead of being read.
-constexpr qint64 MaxReadSize = 64 * 1024;
+constexpr qint64 MaxReadSize = qint64(64) * 1024;
 
 // The bytes of path (its links followed) when it is a regular file of at most
 // MaxReadSize bytes that opens for reading. Opened without blocking: a FIFO in

@@ -112,7 +112,7 @@ void NetUtil::readInterfacesFile(std::vector<QString> &params)
     QString interface;
     while (!file.atEnd()) {
         QByteArray line = file.readLine();
-        const int nul = line.indexOf('\0');
+        const int nul = int(line.indexOf('\0'));
         if (nul >= 0)
             line.truncate(nul);
         // Split as read: a tab before a blank ("\t address") makes the tab the
@@ -144,5 +144,6 @@ void NetUtil::readInterfacesFile(std::vector<QString> &params)
 int NetUtil::restartNetworking()
 {
     const QString command = runtimeenv::path(devicepaths::NetworkingScript) + " restart";
-    return system(command.toLocal8Bit().constData());
+    // On the save thread: glibc's system() is MT-Safe.
+    return system(command.toLocal8Bit().constData()); // NOLINT(concurrency-mt-unsafe)
 }

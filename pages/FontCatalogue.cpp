@@ -38,12 +38,11 @@ void scanFonts(QStringList *names, QMap<QString, QString> *info)
     // The suffix is checked here, not with a name filter: QDir matches those
     // with a regular expression, which maps PCRE2 into the daemon. Name
     // filters ignore case unless asked not to, and so does this check.
-    QStringList files = QDir(dirPath).entryList(QDir::Files, QDir::Name);
-    files.erase(std::remove_if(files.begin(), files.end(),
-                               [](const QString &file) {
-                                   return !file.endsWith(QLatin1String(".pcf.gz"), Qt::CaseInsensitive);
-                               }),
-                files.end());
+    QStringList files;
+    for (const QString &file : QDir(dirPath).entryList(QDir::Files, QDir::Name)) {
+        if (file.endsWith(QLatin1String(".pcf.gz"), Qt::CaseInsensitive))
+            files << file;
+    }
     // Narrowest first; the name order stays among fonts of one width.
     std::stable_sort(files.begin(), files.end(), [](const QString &a, const QString &b) {
         return fontWidthOf(a) < fontWidthOf(b);

@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <unistd.h>
 
 using buttondriver::KVB_ButtonLeds;
@@ -191,10 +192,12 @@ void Setup_Panel::pcb_exit_setup()
 
 void Setup_Panel::pcb_save_network_settings()
 {
-    // Runs on the setup page's save thread; the page ignores input meanwhile.
-    std::vector<QString> addresses;
-    for (const Param_Quad *editor : {&_ip_param, &_mask_param, &_broadcast_param, &_gateway_param})
-        addresses.push_back(editor->text());
+    // Runs on the setup page's save thread. It writes the addresses that the
+    // page kept when the save started, which later edits do not touch.
+    const Param_Quad *const editors[] = {&_ip_param, &_mask_param, &_broadcast_param, &_gateway_param};
+    std::vector<QString> addresses(std::size(editors));
+    std::transform(std::begin(editors), std::end(editors), addresses.begin(),
+                   [](const Param_Quad *editor) { return editor->textForSave(); });
     NetUtil::writeInterfacesFile(addresses);
     NetUtil::restartNetworking();
     QFile::remove(_start_flag_path);
@@ -258,11 +261,10 @@ void Setup_Panel::pcb_get_current_font_dimensions(int *width, int *height)
 
 void Setup_Panel::collectorMsg(const CollectorMsg &msg)
 {
-    // Whether each activation key is down; process-wide on purpose.
-    static bool but1_down = false;
-    static bool but2_down = false;
-
     if (!_active) {
+        // Whether each activation key is down; process-wide on purpose.
+        static bool but1_down = false;
+        static bool but2_down = false;
         if (msg.type == collector::MSG_KEY && _state == st_idle) {
             // Both comparisons: one id configured twice drives both flags.
             if (msg.id == _activate_but1)
@@ -341,12 +343,11 @@ void Setup_Panel::onSystemUpgrade(const QString &path)
 // Listed as the directory holds them, without sorting.
 QStringList Setup_Panel::upgradeImages(const QDir &dir)
 {
-    QStringList images = dir.entryList();
-    images.erase(std::remove_if(images.begin(), images.end(),
-                                [&dir](const QString &name) {
-                                    return !trustchecks::isAcceptedImage(dir.filePath(name));
-                                }),
-                 images.end());
+    QStringList images;
+    for (const QString &name : dir.entryList()) {
+        if (trustchecks::isAcceptedImage(dir.filePath(name)))
+            images << name;
+    }
     return images;
 }
 
@@ -431,7 +432,7 @@ void Setup_Panel::drawOnAllScreens(int line, const QString &text)
 
 void Setup_Panel::showMessage(const QString &text)
 {
-    const int lines = (text.length() + 9) / 10;
+    const int lines = int(text.length() + 9) / 10;
     int line = 0;
     // A text of one line is not drawn at all; only the rows are cleared.
     if (lines > 1) {

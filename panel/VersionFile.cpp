@@ -11,7 +11,7 @@
 
 QString readVersionFile(bool twoLines)
 {
-    const QString notAvailable = twoLines ? "VER=\nN/A" : "VER=N/A";
+    QString notAvailable = twoLines ? "VER=\nN/A" : "VER=N/A";
     const QString path = runtimeenv::path(devicepaths::VersionFile);
     QByteArray bytes;
     if (!settingsfile::readSmallFile(path, &bytes)) {

@@ -295,6 +295,11 @@ private Q_SLOTS:
         panel._mask_param.setFromDotted("255.0.0.0");
         panel._broadcast_param.setFromDotted("10.255.255.255");
         panel._gateway_param.setFromDotted("0.0.0.0");
+        // The save writes what the editors held when the page started it.
+        for (Param_Quad *editor : {&panel._ip_param, &panel._mask_param, &panel._broadcast_param,
+                                   &panel._gateway_param})
+            editor->keepForSave();
+        panel._ip_param.setFromDotted("10.0.0.3");
         panel.pcb_save_network_settings();
         QCOMPARE(_sandbox->readFile("/etc/network/interfaces"),
                  QByteArray("auto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet static\n"

@@ -18,7 +18,8 @@ inherit qt6-cmake systemd update-rc.d
 DEPENDS = "qtbase"
 
 # Every CMake option of the project, in the order of its CMakeLists.txt files.
-# Not used here (developer builds only): PANEL_SETUP_SANITIZE PANEL_SETUP_FUZZ
+# Not used here (developer builds only): PANEL_SETUP_SANITIZE
+# PANEL_SETUP_SANITIZE_THREAD PANEL_SETUP_FUZZ
 # PANEL_SETUP_BUILD_BENCH PANEL_SETUP_SOAK PANEL_SETUP_SOAK_EVENTS
 # PANEL_SETUP_SOAK_KILL_CYCLES PANEL_SETUP_SOAK_RESTART_CYCLES
 # PANEL_SETUP_PYTHON3 (the browser test's interpreter)
