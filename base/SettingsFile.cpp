@@ -74,12 +74,13 @@ int FileOperations::unlink(const char *path)
 
 namespace {
 
-FileOperations systemOperations;
-FileOperations *operations = &systemOperations;
+// Null: the system's own operations.
+FileOperations *operations = nullptr;
 
 FileOperations &ops()
 {
-    return *operations;
+    static FileOperations systemOperations;
+    return operations ? *operations : systemOperations;
 }
 
 // Linux follows at most 40 links in one lookup.
@@ -367,9 +368,9 @@ bool parseRecord(const QByteArray &data, Record *record)
     const QByteArray targetKey = "target ";
     const QByteArray sizeKey = "size ";
     // The second and third lines.
-    const int targetLine = data.indexOf('\n') + 1;
-    const int sizeLine = targetLine > 0 ? data.indexOf('\n', targetLine) + 1 : 0;
-    const int sizeEnd = sizeLine > 0 ? data.indexOf('\n', sizeLine) : -1;
+    const auto targetLine = data.indexOf('\n') + 1;
+    const auto sizeLine = targetLine > 0 ? data.indexOf('\n', targetLine) + 1 : 0;
+    const auto sizeEnd = sizeLine > 0 ? data.indexOf('\n', sizeLine) : -1;
     if (sizeEnd < 0 || data.mid(targetLine, targetKey.size()) != targetKey
         || data.mid(sizeLine, sizeKey.size()) != sizeKey)
         return false;
@@ -418,7 +419,7 @@ void recoverRecord(const QString &path, const QString &expected)
 
 void setFileOperations(FileOperations *replacement)
 {
-    operations = replacement ? replacement : &systemOperations;
+    operations = replacement;
 }
 
 bool readSmallFile(const QString &path, QByteArray *bytes)
