@@ -1,6 +1,7 @@
 #include "base/SettingsFile.h"
 
-#include <QDir>
+#include "base/DirectoryListing.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
@@ -231,11 +232,11 @@ void removeLeftovers(const QString &path)
     if (target.isEmpty())
         return;
     const QFileInfo info(target);
-    QDir dir(info.absolutePath());
-    // Listed unfiltered: a name filter would compile a pattern for one use.
-    for (const QString &entry : dir.entryList(QDir::Files | QDir::Hidden | QDir::System)) {
+    const QString dir = info.absolutePath();
+    using namespace directorylisting;
+    for (const QString &entry : entryNames(dir, Files | Hidden | System)) {
         if (isLeftoverOf(info.fileName(), entry))
-            dir.remove(entry);
+            QFile::remove(dir + QLatin1Char('/') + entry);
     }
 }
 

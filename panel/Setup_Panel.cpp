@@ -4,6 +4,7 @@
 #include "netutil/NetUtil.h"
 #include "pages/ButtonLevelFile.h"
 #include "base/DebugFormat.h"
+#include "base/DirectoryListing.h"
 #include "panel/LauncherConfig.h"
 #include "base/RuntimeEnv.h"
 #include "base/SettingsFile.h"
@@ -13,7 +14,6 @@
 
 #include <QCoreApplication>
 #include <QDebug>
-#include <QDir>
 #include <QFile>
 #include <QFileSystemWatcher>
 #include <QStringList>
@@ -301,8 +301,7 @@ void Setup_Panel::onTimerEnterSetup()
 void Setup_Panel::onSystemUpgrade(const QString &path)
 {
     qDebug() << "Path that changed =" << verbatim(trustchecks::forLog(path));
-    QDir dir(path, QStringLiteral("*.img"), QDir::Unsorted);
-    const QStringList upgradeFiles = upgradeImages(dir);
+    const QStringList upgradeFiles = upgradeImages(path);
 
     if (!_upgrading) {
         if (upgradeFiles.isEmpty())
@@ -328,8 +327,7 @@ void Setup_Panel::onSystemUpgrade(const QString &path)
     } else {
         qDebug().noquote() << "Upgrade in progress: upgradeFiles =" << debugListForm(forLog(upgradeFiles));
         // The first listing may be stale: read the directory again.
-        dir.refresh();
-        if (!upgradeImages(dir).isEmpty())
+        if (!upgradeImages(path).isEmpty())
             return;
         qDebug() << "Files were deleted shortly after they were modified.";
         qDebug() << "Relinquishing control now ...";
@@ -341,13 +339,15 @@ void Setup_Panel::onSystemUpgrade(const QString &path)
     doRebootPoweroff();
 }
 
-// Listed as the directory holds them, without sorting.
-QStringList Setup_Panel::upgradeImages(const QDir &dir)
+// Files, directories and links to what exists, named "*.img" in any case and
+// not hidden, as the directory holds them, without sorting.
+QStringList Setup_Panel::upgradeImages(const QString &path)
 {
-    QStringList images = dir.entryList();
+    QStringList images = directorylisting::entryNames(path, directorylisting::Files | directorylisting::Dirs,
+                                                      QLatin1String(".img"));
     images.erase(std::remove_if(images.begin(), images.end(),
-                                [&dir](const QString &name) {
-                                    return !trustchecks::isAcceptedImage(dir.filePath(name));
+                                [&path](const QString &name) {
+                                    return !trustchecks::isAcceptedImage(path + QLatin1Char('/') + name);
                                 }),
                  images.end());
     return images;
