@@ -25,6 +25,11 @@ enum Kind : unsigned {
 // the kinds, as QDir keeps it. A directory that cannot be read lists as empty.
 QStringList entryNames(const QString &path, unsigned kinds, QLatin1String suffix = QLatin1String());
 
+// Whether the entry `name` of the directory open as `dirFd` is of one of
+// `kinds`, its type as readdir() gave it (DT_UNKNOWN where the file system
+// does not tell). Hidden names are the caller's business.
+bool isOfKinds(int dirFd, const char *name, unsigned char type, unsigned kinds);
+
 } // namespace directorylisting
 
 #endif // DIRECTORYLISTING_H

@@ -116,17 +116,21 @@ private:
             return ordered;
         while (const dirent *entry = readdir(dir)) {
             if (names.contains(QByteArray(entry->d_name)))
-                ordered << QFile::decodeName(entry->d_name);
+                ordered << asListed(entry->d_name);
         }
         closedir(dir);
         return ordered.size() == names.size() ? ordered : QStringList();
     }
 
+    // A name as a listing gives it: decoded as the end of a path, where a
+    // byte-order mark at its start is not taken for an encoding's mark.
+    static QString asListed(const QByteArray &name) { return QFile::decodeName("/" + name).mid(1); }
+
     static QSet<QString> decoded(const Names &names)
     {
         QSet<QString> set;
         for (const QByteArray &name : names)
-            set.insert(QFile::decodeName(name));
+            set.insert(asListed(name));
         return set;
     }
 
@@ -157,6 +161,8 @@ private Q_SLOTS:
             {"*.img", File},
             {"a\nb.img", File},
             {"\xc3\xa9t\xc3\xa9.img", File}, // été.img
+            {"\xef\xbb\xbf" "bom.img", File},   // a byte-order mark first
+            {"\xef\xbf\xbd.img", File},         // a replacement character
             {"dir.img", Dir},
             {"file-link.img", Link, "a.img"},
             {"dir-link.img", Link, "dir.img"},
@@ -177,11 +183,16 @@ private Q_SLOTS:
             {"socket.img", Socket},
             {"dir", Dir},
         }));
-        const Names kept = {"a.img",   "A.IMG",   "b.Img",        " .img",        "*.img",        "a\nb.img",
-                            "\xc3\xa9t\xc3\xa9.img", "dir.img", "file-link.img", "dir-link.img", "fifo-link.img"};
+        const Names kept = {"a.img",         "A.IMG",          "b.Img",
+                            " .img",         "*.img",          "a\nb.img",
+                            "\xc3\xa9t\xc3\xa9.img", "\xef\xbb\xbf" "bom.img", "\xef\xbf\xbd.img",
+                            "dir.img",       "file-link.img",  "dir-link.img",
+                            "fifo-link.img"};
         const QStringList expected = inDirectoryOrder(kept);
         QCOMPARE(expected.size(), kept.size());
-        QCOMPARE(entryNames(path(), Files | Dirs, QLatin1String(".img")), expected);
+        const QStringList listed = entryNames(path(), Files | Dirs, QLatin1String(".img"));
+        QCOMPARE(listed, expected);
+        QVERIFY(listed.contains(QChar(0xFEFF) + QStringLiteral("bom.img")));
     }
 
     // A name that is not valid UTF-8 is left out, like every name the
@@ -190,12 +201,21 @@ private Q_SLOTS:
     {
         if (QFile::encodeName(QFile::decodeName("\xff")) == "\xff")
             QSKIP("the file-name encoding represents every byte");
+        const Names invalid = {
+            "\xff.img",
+            "\xe2.img",             // a character cut short
+            "\xed\xa0\x80.img",     // a UTF-16 surrogate
+            "\xc0\xae.img",         // "." in two bytes
+            "\xf4\x90\x80\x80.img", // beyond U+10FFFF
+        };
         // QTemporaryDir cannot remove these names.
-        const auto removeThem = qScopeGuard([this] {
-            ::unlink(nativePath("\xff.img").constData());
-            ::unlink(nativePath("\xe2.img").constData());
+        const auto removeThem = qScopeGuard([&] {
+            for (const QByteArray &name : invalid)
+                ::unlink(nativePath(name).constData());
         });
-        QVERIFY(makeAll({{"\xff.img", File}, {"\xe2.img", File}, {"ok.img", File}}));
+        for (const QByteArray &name : invalid)
+            QVERIFY(make({name, File}));
+        QVERIFY(make({"ok.img", File}));
         QCOMPARE(entryNames(path(), Files | Dirs, QLatin1String(".img")), QStringList("ok.img"));
     }
 
@@ -272,6 +292,25 @@ private Q_SLOTS:
         const QStringList listed = entryNames(path(), kinds);
         QCOMPARE(QSet<QString>(listed.begin(), listed.end()), decoded(kept));
         QCOMPARE(listed, inDirectoryOrder(kept));
+    }
+
+    // Where the file system gives no entry types, each entry is looked at.
+    void kindsWithoutTypes_data() { kinds_data(); }
+    void kindsWithoutTypes()
+    {
+        QFETCH(unsigned, kinds);
+        QFETCH(Names, kept);
+        QVERIFY(makeAll(EveryKind));
+        const int dirFd = ::open(QFile::encodeName(path()).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        QVERIFY(dirFd >= 0);
+        const auto closeIt = qScopeGuard([dirFd] { ::close(dirFd); });
+        Names found;
+        for (const Entry &entry : EveryKind) {
+            const bool shown = (kinds & Hidden) || !entry.name.startsWith('.');
+            if (shown && isOfKinds(dirFd, entry.name.constData(), DT_UNKNOWN, kinds))
+                found << entry.name;
+        }
+        QCOMPARE(decoded(found), decoded(kept));
     }
 
     void missingDirectoryListsEmpty()
