@@ -5,6 +5,7 @@
 #include "pages/ButtonLevelFile.h"
 #include "base/DebugFormat.h"
 #include "base/DirectoryListing.h"
+#include "base/LogOutput.h"
 #include "panel/LauncherConfig.h"
 #include "base/RuntimeEnv.h"
 #include "base/SettingsFile.h"
@@ -300,7 +301,8 @@ void Setup_Panel::onTimerEnterSetup()
 
 void Setup_Panel::onSystemUpgrade(const QString &path)
 {
-    qDebug() << "Path that changed =" << verbatim(trustchecks::forLog(path));
+    // Every change of /tmp logs this line: without QDebug's stream, as the menu turn's lines.
+    logoutput::debugLine(QStringLiteral("Path that changed = \"") + trustchecks::forLog(path) + QLatin1Char('"'));
     const QStringList upgradeFiles = upgradeImages(path);
 
     if (!_upgrading) {
