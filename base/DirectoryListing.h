@@ -6,8 +6,10 @@
 #include <QStringList>
 
 // The program's directory listings: the names QDir's entry list gives for the
-// same filter, unsorted, but read with readdir() alone, without a
-// QFileInfo and a wildcard match per entry.
+// same filter, unsorted, but read with readdir() alone. QDir builds a
+// QFileInfo for every entry and matches a name filter with a regular
+// expression (PCRE2, compiled for each listing); the /tmp watcher lists on
+// every change of /tmp.
 namespace directorylisting {
 
 // What a listing keeps. A link counts as what it points at.

@@ -837,6 +837,7 @@ int main(int argc, char *argv[])
         printMemory("daemon, idle mode, after busy /tmp", idleDaemon.child.pid());
         printf("  its RSS over the Qt floor's: %+.2f MB\n",
                double(sampleMemory(idleDaemon.child.pid()).rssKb - sampleMemory(floor.child.pid()).rssKb) / 1024);
+        printMappingExcess(idleDaemon.child.pid(), floor.child.pid());
     }
 
     // Closed loop in alternating chunks, so that both targets see the same
