@@ -224,7 +224,9 @@ private Q_SLOTS:
     {
         Names images;
         QList<Entry> entries;
-        for (int i = 0; i < 2000; ++i) {
+        // Made out of name order, so that no file system lists them sorted.
+        for (int k = 0; k < 2000; ++k) {
+            const int i = k * 7919 % 2000;
             const QByteArray stem = QByteArray::number(i).rightJustified(4, '0');
             QByteArray name = "f" + stem + (i % 20 == 0 ? ".img" : i % 20 == 1 ? ".IMG" : ".dat");
             if (i % 20 < 2)
