@@ -1,6 +1,7 @@
 #include "base/SettingsFile.h"
 
 #include "base/DebugFormat.h"
+#include "base/DirectoryListing.h"
 #include "base/DevicePaths.h"
 #include "base/RuntimeEnv.h"
 #include "base/TrustChecks.h"
@@ -496,11 +497,11 @@ void removeLeftovers(const QString &path)
     if (target.isEmpty())
         return;
     const QFileInfo info(target);
-    QDir dir(info.absolutePath());
-    // Listed unfiltered: a name filter would compile a pattern for one use.
-    for (const QString &entry : dir.entryList(QDir::Files | QDir::Hidden | QDir::System)) {
+    const QString dir = info.absolutePath();
+    using namespace directorylisting;
+    for (const QString &entry : entryNames(dir, Files | Hidden | System)) {
         if (isLeftoverOf(info.fileName(), entry))
-            dir.remove(entry);
+            QFile::remove(dir + QLatin1Char('/') + entry);
     }
 }
 
@@ -524,8 +525,11 @@ void recoverPending()
         removeLeftovers(runtimeenv::path(devicePath));
         recoverRecord(recordBeside(target), devicePath);
     }
-    QDir state(stateDir());
-    for (const QString &entry : state.entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name)) {
+    const QString state = stateDir();
+    using namespace directorylisting;
+    QStringList entries = entryNames(state, Files | Hidden | System);
+    std::sort(entries.begin(), entries.end());
+    for (const QString &entry : entries) {
         QString expected;
         bool leftover = false;
         for (const char *device : SettingsFiles) {
@@ -535,9 +539,9 @@ void recoverPending()
                 expected = QLatin1String(device);
         }
         if (leftover)
-            state.remove(entry);
+            QFile::remove(state + QLatin1Char('/') + entry);
         else if (entry.endsWith(QLatin1String(RecordSuffix)))
-            recoverRecord(state.filePath(entry), expected);
+            recoverRecord(state + QLatin1Char('/') + entry, expected);
     }
 }
 

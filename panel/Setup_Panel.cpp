@@ -3,6 +3,8 @@
 #include "buttondriver/KVB_Messages.h"
 #include "netutil/NetUtil.h"
 #include "base/DebugFormat.h"
+#include "base/DirectoryListing.h"
+#include "base/LogOutput.h"
 #include "panel/LauncherConfig.h"
 #include "base/RuntimeEnv.h"
 #include "base/SettingsFile.h"
@@ -12,7 +14,6 @@
 
 #include <QCoreApplication>
 #include <QDebug>
-#include <QDir>
 #include <QFile>
 #include <QFileSystemWatcher>
 #include <QStringList>
@@ -299,9 +300,9 @@ void Setup_Panel::onTimerEnterSetup()
 
 void Setup_Panel::onSystemUpgrade(const QString &path)
 {
-    qDebug() << "Path that changed =" << verbatim(trustchecks::forLog(path));
-    QDir dir(path, QStringLiteral("*.img"), QDir::Unsorted);
-    const QStringList upgradeFiles = upgradeImages(dir);
+    // Every change of /tmp logs this line: without QDebug's stream, as the menu turn's lines.
+    logoutput::debugLine(QStringLiteral("Path that changed = \"") + trustchecks::forLog(path) + QLatin1Char('"'));
+    const QStringList upgradeFiles = upgradeImages(path);
 
     if (!_upgrading) {
         if (upgradeFiles.isEmpty())
@@ -327,8 +328,7 @@ void Setup_Panel::onSystemUpgrade(const QString &path)
     } else {
         qDebug().noquote() << "Upgrade in progress: upgradeFiles =" << debugListForm(forLog(upgradeFiles));
         // The first listing may be stale: read the directory again.
-        dir.refresh();
-        if (!upgradeImages(dir).isEmpty())
+        if (!upgradeImages(path).isEmpty())
             return;
         qDebug() << "Files were deleted shortly after they were modified.";
         qDebug() << "Relinquishing control now ...";
@@ -340,14 +340,17 @@ void Setup_Panel::onSystemUpgrade(const QString &path)
     doRebootPoweroff();
 }
 
-// Listed as the directory holds them, without sorting.
-QStringList Setup_Panel::upgradeImages(const QDir &dir)
+// Files, directories and links to what exists, named "*.img" in any case and
+// not hidden, as the directory holds them, without sorting.
+QStringList Setup_Panel::upgradeImages(const QString &path)
 {
-    QStringList images;
-    for (const QString &name : dir.entryList()) {
-        if (trustchecks::isAcceptedImage(dir.filePath(name)))
-            images << name;
-    }
+    QStringList images = directorylisting::entryNames(path, directorylisting::Files | directorylisting::Dirs,
+                                                      QLatin1String(".img"));
+    images.erase(std::remove_if(images.begin(), images.end(),
+                                [&path](const QString &name) {
+                                    return !trustchecks::isAcceptedImage(path + QLatin1Char('/') + name);
+                                }),
+                 images.end());
     return images;
 }
 

@@ -7,7 +7,6 @@
 #include "pages/Param.h"
 #include "qcollector/QCollectorClient.h"
 
-#include <QDir>
 #include <QObject>
 #include <QString>
 #include <QTimer>
@@ -69,7 +68,7 @@ private:
     void showMessage(const QString &text);
     void clearScreenText();
     void drawOnAllScreens(int line, const QString &text);
-    static QStringList upgradeImages(const QDir &dir);
+    static QStringList upgradeImages(const QString &path);
     static QStringList forLog(QStringList names);
 
     buttondriver::QButtonDriverClient _btdriver;
