@@ -347,6 +347,10 @@ private Q_SLOTS:
                 panel._mask_param.setFromDotted("255.0.0.0");
                 panel._broadcast_param.setFromDotted("10.255.255.255");
                 panel._gateway_param.setFromDotted("10.0.0.1");
+                // As the setup page does before it starts the save.
+                for (Param_Quad *editor : {&panel._ip_param, &panel._mask_param, &panel._broadcast_param,
+                                           &panel._gateway_param})
+                    editor->keepForSave();
                 const bool flagBefore = _sandbox->exists(Sandbox::StartFlagPath);
                 CuttingFileOperations cuts(allowed);
                 cuts.beforeEach = [&] {
