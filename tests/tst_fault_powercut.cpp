@@ -9,6 +9,7 @@
 // recovery program does the same as the daemon's start.
 #include "base/SettingsFile.h"
 #include "support/CuttingFileOperations.h"
+#include "support/FileFacts.h"
 #include "support/MessageRecorder.h"
 #include "support/PermissionBitsEnforced.h"
 #include "support/PrivateMounts.h"
@@ -53,18 +54,6 @@ const QByteArray longText = "auto lo\niface lo inet loopback\n\nauto eth0\niface
 bool inPlace(Layout layout)
 {
     return layout == HardLink || layout == ReadOnlyDir || layout == BindMount;
-}
-
-struct stat statOf(const QString &path)
-{
-    struct stat st = {};
-    ::stat(QFile::encodeName(path).constData(), &st);
-    return st;
-}
-
-QStringList entries(const QString &dir)
-{
-    return QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
 }
 
 QByteArray contents(const QString &path)

@@ -9,6 +9,7 @@
 #include "panel/LauncherConfig.h"
 #include "base/SettingsFile.h"
 #include "panel/Setup_Panel.h"
+#include "support/FileFacts.h"
 #include "support/MessageRecorder.h"
 #include "support/PermissionBitsEnforced.h"
 #include "support/PrivateMounts.h"
@@ -100,18 +101,6 @@ bool inPlace(Layout layout)
 bool onFullDisk(Layout layout)
 {
     return layout == FullDisk || layout == FullDiskInPlace;
-}
-
-struct stat statOf(const QString &path)
-{
-    struct stat st = {};
-    ::stat(QFile::encodeName(path).constData(), &st);
-    return st;
-}
-
-QStringList entries(const QString &dir)
-{
-    return QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
 }
 
 } // namespace
