@@ -1,8 +1,10 @@
 // crashpoint-replay on logs that the test writes itself in the kernel's
 // dm-log-writes format: the listing, the marks, and the exact bytes of the
-// image after each entry, replayed at once and entry by entry.
+// image after each entry, replayed at once and entry by entry. And the
+// states that crashpoint-sweep checks for a log.
 #include "LogWrites.h"
 #include "ReplayCommand.h"
+#include "SweepPlan.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -88,6 +90,25 @@ Run run(const QStringList &args)
     std::string out, err;
     const int status = logwrites::runReplayCommand(argv, &out, &err);
     return {status, QByteArray::fromStdString(out), QByteArray::fromStdString(err)};
+}
+
+logwrites::Entry entry(quint64 index, quint64 sectors, quint64 flags, const char *mark = "")
+{
+    logwrites::Entry e;
+    e.index = index;
+    e.sector = 8 * index;
+    e.sectors = sectors;
+    e.flags = flags;
+    e.mark = mark;
+    return e;
+}
+
+QString planText(const std::vector<logwrites::PlannedState> &plan)
+{
+    QStringList states;
+    for (const logwrites::PlannedState &state : plan)
+        states << QStringLiteral("%1@%2%3").arg(state.entry).arg(state.mark).arg(state.lastBeforeMark ? "*" : "");
+    return states.join(' ');
 }
 
 } // namespace
@@ -308,6 +329,62 @@ private Q_SLOTS:
         QCOMPARE(r.status, 2);
         QVERIFY(r.err.startsWith("usage: crashpoint-replay info LOG\n"));
         QCOMPARE(r.out, QByteArray());
+    }
+
+    // The states of a sweep: from the first mark on, one after each entry that
+    // changes the disk, each with the operation under way (the last mark
+    // before it); the last before each mark (*) is where that operation ended.
+    void plannedStates()
+    {
+        using namespace logwrites;
+        const std::vector<Entry> entries = {
+            entry(0, 2, 0),                   // before the start: not a state
+            entry(1, 0, Mark, "start"),       // the first state
+            entry(2, 1, Metadata),            //
+            entry(3, 0, Flush),               // changes nothing
+            entry(4, 4, 0),                   // ends "take-over"
+            entry(5, 0, Mark, "take-over"),   //
+            entry(6, 0, Mark, "font"),        // nothing written for it
+            entry(7, 2, Discard),             //
+            entry(8, 1, Fua),                 // ends "end"
+            entry(9, 0, Mark, "end"),         //
+            entry(10, 0, Flush),              //
+            entry(11, 0, Mark, EndMark),      // the kernel's own
+        };
+        std::vector<PlannedState> plan;
+        std::string error;
+        QVERIFY(planStates(entries, {"start", "take-over", "font", "end"}, &plan, &error));
+        QCOMPARE(planText(plan), QStringLiteral("1@0 2@0 4@0* 7@2 8@2*"));
+        QCOMPARE(QString::fromStdString(error), QString());
+
+        // Nothing written after the last mark: the state at it is the last.
+        QVERIFY(planStates({entry(0, 0, Mark, "start"), entry(1, 1, 0), entry(2, 0, Mark, "end")}, {"start", "end"},
+                           &plan, &error));
+        QCOMPARE(planText(plan), QStringLiteral("0@0 1@0*"));
+    }
+
+    void plannedStatesNeedTheRecordedMarks_data()
+    {
+        QTest::addColumn<QStringList>("marks");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("another order") << QStringList{"b", "a"} << "entry 1 is the mark \"a\", expected \"b\"";
+        QTest::newRow("one missing") << QStringList{"a", "b", "c"} << "the log holds 2 of the 3 recorded marks";
+        QTest::newRow("one more in the log") << QStringList{"a"} << "entry 3 is the mark \"b\", expected none";
+    }
+
+    void plannedStatesNeedTheRecordedMarks()
+    {
+        QFETCH(QStringList, marks);
+        QFETCH(QString, error);
+        std::vector<std::string> recorded;
+        for (const QString &mark : marks)
+            recorded.push_back(mark.toStdString());
+        using namespace logwrites;
+        std::vector<PlannedState> plan;
+        std::string why;
+        QVERIFY(!planStates({entry(0, 1, 0), entry(1, 0, Mark, "a"), entry(2, 1, 0), entry(3, 0, Mark, "b")},
+                            recorded, &plan, &why));
+        QCOMPARE(QString::fromStdString(why), error);
     }
 };
 
