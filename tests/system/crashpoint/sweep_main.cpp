@@ -14,8 +14,9 @@
 // BYTES: old or new (those before or after the operation under way),
 // lost:missing, lost:empty, lost:vN (an earlier save's bytes), torn, or
 // lost:unmountable; READER: ok, unreadable or - (no reader); META: ok or
-// changed (owner, group, mode, links); LEFT: ok or left (something beside the
-// files after the cleanup command); START-UP: ok, wrong or - (not a sample);
+// changed (owner, group, mode, links); LEFT: ok, removed (something was beside
+// the file, and the cleanup command removed it) or left (it is still there);
+// START-UP: ok, wrong or - (not a sample);
 // RECOVERY: the recovery command's status or -.
 //
 // CONFIG, one directive a line ("{}" in a command is replaced by a path):
@@ -363,7 +364,6 @@ public:
         _ownNamespace = ::open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
         if (_ownNamespace < 0)
             die(systemError("/proc/self/ns/mnt"));
-        openLoopDevice();
 
         std::size_t next = 0; // the next entry to apply
         const auto started = std::chrono::steady_clock::now();
@@ -398,51 +398,49 @@ private:
         return output;
     }
 
-    void openLoopDevice()
-    {
-        const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
-        const int number = control < 0 ? -1 : ::ioctl(control, LOOP_CTL_GET_FREE);
-        if (number < 0)
-            die(systemError("/dev/loop-control"));
-        ::close(control);
-        _loopPath = "/dev/loop" + std::to_string(number);
-        _loop = ::open(_loopPath.c_str(), O_RDWR | O_CLOEXEC);
-        if (_loop < 0)
-            die(systemError(_loopPath));
-    }
-
+    // A loop device of its own for each state, cleared on its last close: a
+    // prober that still has the previous one open (udev's blkid) holds only
+    // that one up.
     void attach()
     {
+        const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
         const int image = ::open(_c.state.c_str(), O_RDWR | O_CLOEXEC);
-        if (image < 0)
-            die(systemError(_c.state));
+        if (control < 0 || image < 0)
+            die(systemError("/dev/loop-control or " + _c.state));
         loop_config config = {};
         config.fd = unsigned(image);
-        // A loop device just cleared may still be busy for a moment.
-        int tries = 100;
-        while (::ioctl(_loop, LOOP_CONFIGURE, &config) != 0) {
-            if (errno != EBUSY || --tries == 0)
+        config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
+        for (int tries = 100;; --tries) {
+            const int number = ::ioctl(control, LOOP_CTL_GET_FREE);
+            if (number < 0)
+                die(systemError("/dev/loop-control"));
+            _loopPath = "/dev/loop" + std::to_string(number);
+            _loop = ::open(_loopPath.c_str(), O_RDWR | O_CLOEXEC);
+            if (_loop >= 0 && ::ioctl(_loop, LOOP_CONFIGURE, &config) == 0)
+                break;
+            // Taken between the two calls: another one.
+            if ((_loop >= 0 && errno != EBUSY) || tries == 0)
                 die(systemError("attaching " + _c.state + " to " + _loopPath));
-            ::usleep(20000);
+            if (_loop >= 0)
+                ::close(_loop);
         }
         ::close(image);
+        ::close(control);
     }
 
     void detach()
     {
-        int tries = 100;
-        while (::ioctl(_loop, LOOP_CLR_FD) != 0) {
-            if (errno != EBUSY || --tries == 0)
-                die(systemError("detaching " + _loopPath));
-            ::usleep(20000);
-        }
+        ::close(_loop);
+        _loop = -1;
     }
 
     void check(const logwrites::PlannedState &state, const Variant &variant)
     {
         copyFile(_c.scratch, _c.state);
+        // What the command says shows in the checks that follow.
+        std::string ignored;
         if (!variant.command.empty())
-            runCommand(commandLine(variant.command, _c.state), {});
+            runCommand(commandLine(variant.command, _c.state), {}, &ignored);
         const std::size_t k = state.mark;
         const std::size_t next = std::min(k + 1, _c.marks.size() - 1);
         const std::string prefix =
@@ -468,16 +466,8 @@ private:
         const std::string recovery =
             _c.recover.empty() ? "-" : std::to_string(runCommand(commandLine(_c.recover, ""), {{"PANEL_SETUP_ROOT", ""}}));
 
-        // What a save left beside the files must be gone once the cleanup ran.
-        const auto leftBeside = [this](const File &f) {
-            return listing(directoryOf(_c.mountDir + "/" + f.diskPath)) != f.directory;
-        };
-        bool anything = false;
-        for (const File &f : _c.files)
-            anything = anything || leftBeside(f);
-        if (anything && !_c.cleanup.empty())
-            runCommand(commandLine(_c.cleanup, ""), {});
-
+        // The files first, as the power cut (and the recovery step) left them:
+        // the cleanup below starts the daemon, which may write them.
         std::vector<std::string> lines;
         std::vector<std::pair<std::string, std::string>> versionsHeld;
         for (const File &f : _c.files) {
@@ -518,7 +508,23 @@ private:
                 if (::lstat((_c.mountDir + "/" + f.hardlink).c_str(), &other) != 0 || other.st_ino != st.st_ino)
                     meta = "changed";
             }
-            lines.push_back(f.name + " " + verdict + " " + reader + " " + meta + " " + (leftBeside(f) ? "left" : "ok"));
+            lines.push_back(f.name + " " + verdict + " " + reader + " " + meta);
+        }
+
+        // What a save left beside the files must be gone once the cleanup ran.
+        const auto leftBeside = [this](const File &f) {
+            return listing(directoryOf(_c.mountDir + "/" + f.diskPath)) != f.directory;
+        };
+        std::vector<bool> beside;
+        for (const File &f : _c.files)
+            beside.push_back(leftBeside(f));
+        if (std::find(beside.begin(), beside.end(), true) != beside.end() && !_c.cleanup.empty())
+            runCommand(commandLine(_c.cleanup, ""), {});
+        for (std::size_t i = 0; i < _c.files.size(); ++i) {
+            const bool left = leftBeside(_c.files[i]);
+            lines[i] += left ? " left" : beside[i] ? " removed" : " ok";
+            if (left)
+                keepLeftovers(variant.name, _c.files[i], state.entry);
         }
 
         std::string startup = "-";
@@ -552,6 +558,18 @@ private:
         if (_c.examples.empty() || _examples[variant + " " + file]++ >= 3)
             return;
         copyFile(path, _c.examples + "/torn-" + variant + "-" + file + "-" + std::to_string(entry));
+    }
+
+    // The names beside the file that the cleanup did not remove.
+    void keepLeftovers(const std::string &variant, const File &f, std::uint64_t entry)
+    {
+        if (_c.examples.empty() || _examples["left " + variant + " " + f.name]++ >= 3)
+            return;
+        std::ofstream out(_c.examples + "/left-" + variant + "-" + f.name + "-" + std::to_string(entry));
+        for (const std::string &name : listing(directoryOf(_c.mountDir + "/" + f.diskPath))) {
+            if (!std::binary_search(f.directory.begin(), f.directory.end(), name))
+                out << name << '\n';
+        }
     }
 
     Config _c;
