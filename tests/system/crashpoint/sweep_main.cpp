@@ -60,6 +60,7 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -570,6 +571,10 @@ private:
             if (!std::binary_search(f.directory.begin(), f.directory.end(), name))
                 out << name << '\n';
         }
+        // vfat turns read-only when it meets an error, and nothing is removed.
+        struct statvfs fs = {};
+        if (::statvfs(_c.mountDir.c_str(), &fs) == 0 && (fs.f_flag & ST_RDONLY))
+            out << "(the file system had turned read-only)\n";
     }
 
     Config _c;
