@@ -148,6 +148,26 @@ long long cpuTimeNs(pid_t pid)
     return total;
 }
 
+long long statCpuNs(pid_t pid)
+{
+    const QByteArray stat = readProcFile(QStringLiteral("/proc/%1/stat").arg(pid));
+    // The fields after the command name, which is in parentheses: state is
+    // the first, utime and stime the 12th and 13th.
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    if (fields.size() < 13)
+        return -1;
+    const long long ticks = fields.at(11).toLongLong() + fields.at(12).toLongLong();
+    return ticks * (1000000000LL / sysconf(_SC_CLK_TCK));
+}
+
+long long voluntarySwitches(pid_t pid)
+{
+    long long total = 0;
+    for (const TaskSample &task : sampleTasks(pid))
+        total += task.voluntarySwitches;
+    return total;
+}
+
 MemorySample sampleMemory(pid_t pid)
 {
     const QByteArray rollup = readProcFile(QStringLiteral("/proc/%1/smaps_rollup").arg(pid));
@@ -160,6 +180,23 @@ MemorySample sampleMemory(pid_t pid)
     memory.anonymousKb = fieldValue(rollup, "Anonymous");
     memory.hwmKb = fieldValue(status, "VmHWM");
     return memory;
+}
+
+std::map<QString, long long> rssByMapping(pid_t pid)
+{
+    std::map<QString, long long> rss;
+    QString mapping;
+    for (const QByteArray &line : readProcFile(QStringLiteral("/proc/%1/smaps").arg(pid)).split('\n')) {
+        // A mapping's first line: address range, permissions, offset, device,
+        // inode, then what is mapped, if anything.
+        const QList<QByteArray> fields = line.simplified().split(' ');
+        if (fields.size() >= 5 && fields.at(0).contains('-') && !fields.at(0).endsWith(':')) {
+            mapping = fields.size() >= 6 ? QString::fromLocal8Bit(fields.mid(5).join(' ')) : QStringLiteral("[anonymous]");
+        } else if (fields.size() >= 2 && fields.at(0) == "Rss:") {
+            rss[mapping] += fields.at(1).toLongLong();
+        }
+    }
+    return rss;
 }
 
 } // namespace bench

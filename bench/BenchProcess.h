@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <map>
 #include <vector>
 
 namespace bench {
@@ -50,6 +51,11 @@ struct TaskSample
 std::vector<TaskSample> sampleTasks(pid_t pid);
 // Total CPU time of all threads, in ns.
 long long cpuTimeNs(pid_t pid);
+// utime + stime of the process from /proc/PID/stat, in ns: the same time in
+// clock ticks (10 ms at 100 Hz); -1 when unreadable.
+long long statCpuNs(pid_t pid);
+// Voluntary context switches of all threads: one for each time a thread slept.
+long long voluntarySwitches(pid_t pid);
 
 // From smaps_rollup and status, in kB; -1 where unreadable.
 struct MemorySample
@@ -63,6 +69,10 @@ struct MemorySample
 };
 
 MemorySample sampleMemory(pid_t pid);
+
+// Rss of /proc/PID/smaps in kB by what is mapped: a file's path, "[heap]",
+// "[stack]" and the like, or "[anonymous]".
+std::map<QString, long long> rssByMapping(pid_t pid);
 
 } // namespace bench
 

@@ -8,7 +8,7 @@
 //   panel-bench-relay ITEM0 ... ITEM7
 #include "buttondriver/KVB_Messages.h"
 #include "pages/MenuNavigation.h"
-#include "panel/RuntimeEnv.h"
+#include "base/RuntimeEnv.h"
 #include "qcollector/CollectorMsg.h"
 
 #include <QtEndian>

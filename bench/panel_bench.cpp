@@ -23,6 +23,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
+#include <fcntl.h>
 #include <map>
 #include <memory>
 #include <sys/prctl.h>
@@ -50,12 +52,23 @@ constexpr int CountTurnsLong = 1200;
 // What a menu turn may cost the daemon (deterministic counts, so asserted).
 constexpr double InstructionsGoal = 12000;
 constexpr double SyscallsGoal = 9;
+// Busy /tmp: the files present and the changes per second, every pair measured.
+const int BusyFileCounts[] = {50, 2000};
+const double BusyRates[] = {100, 1000};
+// The daemon's CPU time per change at most this times the baseline's, with
+// 2000 files; under this share of a core at 100 changes/s with 50 files.
+constexpr double BusyRatioGoal = 2;
+constexpr double BusyShareGoal = 0.01;
+// The daemon's RSS at most this much over the Qt floor's, in MB.
+constexpr double FloorExcessGoalMb = 0.7;
 
 struct Options
 {
     bool ci = false;
     QString daemon = QStringLiteral(PANEL_SETUP_BINARY);
     QString relay = QStringLiteral(PANEL_BENCH_RELAY);
+    QString watch = QStringLiteral(PANEL_BENCH_WATCH);
+    QString floor = QStringLiteral(PANEL_BENCH_QT_FLOOR);
     QString daemonLog = QStringLiteral("/dev/null");
     QStringList daemonEnv; // NAME=VALUE added to the daemon's environment
     int benchCpu = -1;
@@ -70,16 +83,20 @@ struct Options
     bool search = true;
     double searchSeconds = 2;
     double checkRate = 20000; // the short form's one fast rate
+    bool busy = true;
+    double busySeconds = 10; // per target, files count and rate
+    int busyChunks = 4;
     bool counts = true;
     bool countsOnly = false;
 };
 
 void usage()
 {
-    printf("usage: panel-bench [--ci] [--daemon PATH] [--relay PATH] [--daemon-log FILE] [--daemon-env NAME=VALUE]\n"
+    printf("usage: panel-bench [--ci] [--daemon PATH] [--relay PATH] [--watch PATH] [--floor PATH]\n"
+           "                   [--daemon-log FILE] [--daemon-env NAME=VALUE]\n"
            "                   [--pin same|split] [--closed N] [--idle SECONDS] [--rate-seconds S]\n"
            "                   [--startup-runs N] [--memory-events N] [--search-seconds S] [--no-search]\n"
-           "                   [--no-counts | --counts-only]\n"
+           "                   [--busy-seconds S | --no-busy] [--no-counts | --counts-only]\n"
            "  --ci           short form (a few seconds)\n"
            "  --counts-only  only the instructions and system calls per turn (under valgrind);\n"
            "                 exit status %d when valgrind is missing\n"
@@ -103,8 +120,12 @@ bool parse(int argc, char *argv[], Options *o)
             o->rateSeconds = 0.5;
             o->memoryEvents = 10000;
             o->search = false;
+            o->busySeconds = 0.5;
+            o->busyChunks = 2;
         } else if (arg == "--no-search") {
             o->search = false;
+        } else if (arg == "--no-busy") {
+            o->busy = false;
         } else if (arg == "--no-counts") {
             o->counts = false;
         } else if (arg == "--counts-only") {
@@ -115,6 +136,12 @@ bool parse(int argc, char *argv[], Options *o)
             o->daemon = QString::fromLocal8Bit(value), ++i;
         } else if (arg == "--relay") {
             o->relay = QString::fromLocal8Bit(value), ++i;
+        } else if (arg == "--watch") {
+            o->watch = QString::fromLocal8Bit(value), ++i;
+        } else if (arg == "--floor") {
+            o->floor = QString::fromLocal8Bit(value), ++i;
+        } else if (arg == "--busy-seconds") {
+            o->busySeconds = value.toDouble(), ++i;
         } else if (arg == "--daemon-env" && value.contains('=')) {
             o->daemonEnv << QString::fromLocal8Bit(value), ++i;
         } else if (arg == "--daemon-log") {
@@ -140,7 +167,7 @@ bool parse(int argc, char *argv[], Options *o)
         }
     }
     return o->closedEvents > 0 && o->startupRuns > 0 && o->idleSeconds > 0 && o->rateSeconds > 0
-           && (o->counts || !o->countsOnly);
+           && o->busySeconds > 0 && (o->counts || !o->countsOnly);
 }
 
 QString cpuModel()
@@ -486,6 +513,192 @@ void sleepSeconds(double seconds)
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
+// Waits until the process has used no CPU time for 50 ms (at most 5 s): it
+// has handled what it was sent.
+void waitUntilQuiet(pid_t pid)
+{
+    long long last = cpuTimeNs(pid);
+    for (int i = 0; i < 100; ++i) {
+        sleepSeconds(0.05);
+        const long long now = cpuTimeNs(pid);
+        if (now == last)
+            return;
+        last = now;
+    }
+}
+
+// The changes of a busy directory: the bench's temporary file created, then
+// removed again, and so on, each at its own deadline.
+class DirectoryWriter
+{
+public:
+    explicit DirectoryWriter(const QString &dir) : _dir(QFile::encodeName(dir) + '/') {}
+
+    // Exactly `count` other files present: file-0000.dat and on.
+    bool fill(int count)
+    {
+        for (; _files < count; ++_files) {
+            if (!create(fileName(_files)))
+                return false;
+        }
+        for (; _files > count; --_files) {
+            if (::unlink(fileName(_files - 1).constData()) != 0)
+                return false;
+        }
+        return true;
+    }
+
+    // `changes` changes at `rate` per second. The deadlines are absolute, so a
+    // late change does not move the ones after it.
+    bool change(int changes, double rate)
+    {
+        const qint64 start = nowNs();
+        for (int i = 0; i < changes; ++i) {
+            const qint64 due = start + qint64(double(i) * 1e9 / rate);
+            const timespec at = {time_t(due / 1000000000), long(due % 1000000000)};
+            while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr) == EINTR) {
+            }
+            _mostLateNs = std::max(_mostLateNs, nowNs() - due);
+            const QByteArray changing = _dir + "busy-change.tmp";
+            if (_present ? ::unlink(changing.constData()) != 0 : !create(changing))
+                return false;
+            _present = !_present;
+        }
+        return true;
+    }
+
+    qint64 mostLateNs() const { return _mostLateNs; }
+
+private:
+    QByteArray fileName(int i) const { return _dir + "file-" + QByteArray::number(i).rightJustified(4, '0') + ".dat"; }
+
+    static bool create(const QByteArray &path)
+    {
+        const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+        return fd >= 0 && ::close(fd) == 0;
+    }
+
+    QByteArray _dir;
+    int _files = 0;
+    bool _present = false;
+    qint64 _mostLateNs = 0;
+};
+
+// What a target used over one busy-/tmp case.
+struct BusyUsage
+{
+    long long changes = 0;
+    double seconds = 0;    // the time its changes took, at the rate
+    long long statNs = 0;  // utime + stime
+    long long runNs = 0;   // schedstat's run time, the same to the nanosecond
+    long long wakeups = 0; // voluntary context switches
+
+    double perChangeUs() const { return changes > 0 ? double(statNs) / 1000.0 / double(changes) : 0; }
+    double runPerChangeUs() const { return changes > 0 ? double(runNs) / 1000.0 / double(changes) : 0; }
+    double shareOfCore() const { return seconds > 0 ? double(statNs) / 1e9 / seconds : 0; }
+};
+
+struct BusyCase
+{
+    int files = 0;
+    double rate = 0;
+    BusyUsage used[2]; // daemon, baseline
+};
+
+// Both targets watch their own directory; each case changes them in turn,
+// chunk by chunk, so that both see the same moments of the machine. Each
+// target's counters are read before the case and after it: it uses nothing
+// while the other's directory changes.
+bool runBusyTmp(const Options &o, const pid_t pids[2], const QString dirs[2], std::vector<BusyCase> *cases)
+{
+    const char *names[2] = {"daemon", "baseline"};
+    DirectoryWriter writers[2] = {DirectoryWriter(dirs[0]), DirectoryWriter(dirs[1])};
+    for (int files : BusyFileCounts) {
+        for (int i = 0; i < 2; ++i) {
+            if (!writers[i].fill(files)) {
+                fprintf(stderr, "panel-bench: cannot fill %s\n", qPrintable(dirs[i]));
+                return false;
+            }
+        }
+        for (double rate : BusyRates) {
+            BusyCase result;
+            result.files = files;
+            result.rate = rate;
+            // An even number of changes: each chunk leaves the changing file away.
+            const int perChunk = std::max(2, int(std::lround(rate * o.busySeconds / o.busyChunks / 2)) * 2);
+            long long before[2][3];
+            for (int i = 0; i < 2; ++i) {
+                waitUntilQuiet(pids[i]);
+                before[i][0] = statCpuNs(pids[i]);
+                before[i][1] = cpuTimeNs(pids[i]);
+                before[i][2] = voluntarySwitches(pids[i]);
+            }
+            for (int chunk = 0; chunk < o.busyChunks; ++chunk) {
+                for (int i = 0; i < 2; ++i) {
+                    if (!writers[i].change(perChunk, rate)) {
+                        fprintf(stderr, "panel-bench: cannot change %s\n", qPrintable(dirs[i]));
+                        return false;
+                    }
+                    waitUntilQuiet(pids[i]);
+                    result.used[i].changes += perChunk;
+                    result.used[i].seconds += perChunk / rate;
+                }
+            }
+            printf("  %d files, %.0f changes/s, %lld changes each:\n", files, rate, result.used[0].changes);
+            for (int i = 0; i < 2; ++i) {
+                BusyUsage &u = result.used[i];
+                u.statNs = statCpuNs(pids[i]) - before[i][0];
+                u.runNs = cpuTimeNs(pids[i]) - before[i][1];
+                u.wakeups = voluntarySwitches(pids[i]) - before[i][2];
+                printf("    %-8s cpu/change %7.1f us (utime+stime; run time %7.1f us)  %5.2f %% of a core"
+                       "  wakeups/change %4.2f\n",
+                       names[i], u.perChangeUs(), u.runPerChangeUs(), u.shareOfCore() * 100,
+                       double(u.wakeups) / double(u.changes));
+                if (u.wakeups == 0) {
+                    allClean = false;
+                    printf("  !! %s did not wake up for the changes\n", names[i]);
+                }
+            }
+            printf("    daemon/baseline cpu/change %.2fx (run time %.2fx)\n",
+                   ratio(result.used[0].perChangeUs(), result.used[1].perChangeUs()),
+                   ratio(result.used[0].runPerChangeUs(), result.used[1].runPerChangeUs()));
+            fflush(stdout);
+            cases->push_back(result);
+        }
+    }
+    printf("  the writer was at most %.2f ms late\n",
+           double(std::max(writers[0].mostLateNs(), writers[1].mostLateNs())) / 1e6);
+    for (DirectoryWriter &writer : writers)
+        writer.fill(0);
+    return true;
+}
+
+// Rss by mapping, daemon against floor: the mappings that differ by 8 kB or
+// more, largest difference first.
+void printMappingExcess(pid_t daemon, pid_t floor)
+{
+    const std::map<QString, long long> ours = rssByMapping(daemon);
+    const std::map<QString, long long> floors = rssByMapping(floor);
+    std::map<QString, long long> excess = ours;
+    for (const auto &entry : floors)
+        excess[entry.first] -= entry.second;
+    std::vector<std::pair<long long, QString>> rows;
+    for (const auto &entry : excess) {
+        if (std::abs(entry.second) >= 8)
+            rows.emplace_back(entry.second, entry.first);
+    }
+    std::sort(rows.rbegin(), rows.rend());
+    printf("  Rss by mapping, daemon minus floor (kB; the daemon's, the floor's):\n");
+    for (const auto &row : rows) {
+        const auto find = [&row](const std::map<QString, long long> &in) {
+            const auto at = in.find(row.second);
+            return at == in.end() ? 0LL : at->second;
+        };
+        printf("    %+6lld  %-48s %6lld %6lld\n", row.first, qPrintable(row.second.section(QLatin1Char('/'), -1)),
+               find(ours), find(floors));
+    }
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -508,9 +721,9 @@ int main(int argc, char *argv[])
     printf("panel-bench%s\n", o.ci ? " (short form)" : "");
     printf("  machine: %ld CPUs, %s, Linux %s, Qt %s\n", sysconf(_SC_NPROCESSORS_ONLN), qPrintable(cpuModel()),
            system.release, qVersion());
-    printf("  daemon: %s (output to %s%s%s)\n  baseline: %s\n  pinning: %s\n", qPrintable(o.daemon),
+    printf("  daemon: %s (output to %s%s%s)\n  baselines: %s, %s, %s\n  pinning: %s\n", qPrintable(o.daemon),
            qPrintable(o.daemonLog), o.daemonEnv.isEmpty() ? "" : ", with ", qPrintable(o.daemonEnv.join(' ')),
-           qPrintable(o.relay),
+           qPrintable(o.relay), qPrintable(o.watch), qPrintable(o.floor),
            o.benchCpu < 0 ? "none" : o.targetCpu == 0 ? "bench and targets on CPU 0" : "bench on CPU 0, targets on CPU 1");
     fflush(stdout);
 
@@ -566,12 +779,17 @@ int main(int argc, char *argv[])
         || !relay.drawsMainMenu(0, frames))
         return 2;
     Target *targets[] = {&relay, &daemon};
+    // The memory floor: connected like the daemon, nothing else.
+    Target floor("qt floor");
+    if (!floor.start(o.floor, {}, setupBox, QStringLiteral("/dev/null"), o.targetCpu))
+        return 2;
 
     sleepSeconds(o.ci ? 0.2 : 1.0);
     printf("\nMemory after start:\n");
     printMemory("daemon, setup mode", daemon.child.pid());
     printMemory("daemon, idle mode", idleDaemon.child.pid());
     printMemory("baseline", relay.child.pid());
+    printMemory("Qt floor", floor.child.pid());
 
     printf("\nIdle, no input for %.1f s, both peers connected:\n", o.idleSeconds);
     fflush(stdout);
@@ -584,6 +802,43 @@ int main(int argc, char *argv[])
     const IdleResult idleIdle =
         printIdle("daemon, idle mode", idleBefore, sampleTasks(idleDaemon.child.pid()), o.idleSeconds);
     printIdle("baseline", relayBefore, sampleTasks(relay.child.pid()), o.idleSeconds);
+
+    // Busy /tmp: the idle daemon (the main application is installed, so no
+    // file takes the panel over) and panel-bench-watch, each on a directory of
+    // its own, while the bench creates and removes a file there.
+    std::vector<BusyCase> busyCases;
+    if (o.busy) {
+        printf("\nBusy /tmp: a file created or removed at a fixed rate beside other files, no image; idle daemon"
+               " against panel-bench-watch, %.1f s each in %d chunks; CPU time per change:\n",
+               o.busySeconds, o.busyChunks);
+        fflush(stdout);
+        QTemporaryDir watchDir;
+        Child watch;
+        if (!watchDir.isValid()
+            || !watch.start(o.watch, {watchDir.path()}, QProcessEnvironment::systemEnvironment().toStringList(),
+                            QStringLiteral("/dev/null"), o.targetCpu)) {
+            fprintf(stderr, "panel-bench: cannot start %s\n", qPrintable(o.watch));
+            return 2;
+        }
+        const pid_t pids[2] = {idleDaemon.child.pid(), watch.pid()};
+        const QString dirs[2] = {idleBox.hostPath(QStringLiteral("/tmp")), watchDir.path()};
+        if (!runBusyTmp(o, pids, dirs, &busyCases))
+            return 2;
+        if (!watch.isRunning()) {
+            fprintf(stderr, "panel-bench: %s ended\n", qPrintable(o.watch));
+            return 2;
+        }
+        // The idle daemon must have stayed idle: nothing drawn.
+        const long long drawn = idleDaemon.link->unexpectedWithin(200);
+        if (drawn > 0) {
+            allClean = false;
+            printf("  !! the idle daemon sent %lld commands\n", drawn);
+        }
+        printMemory("daemon, idle mode, after busy /tmp", idleDaemon.child.pid());
+        printf("  its RSS over the Qt floor's: %+.2f MB\n",
+               double(sampleMemory(idleDaemon.child.pid()).rssKb - sampleMemory(floor.child.pid()).rssKb) / 1024);
+        printMappingExcess(idleDaemon.child.pid(), floor.child.pid());
+    }
 
     // Closed loop in alternating chunks, so that both targets see the same
     // moments of the machine.
@@ -646,8 +901,15 @@ int main(int argc, char *argv[])
     }
     const long long memoryEvents = daemon.link->eventsSent();
     const MemorySample memory = sampleMemory(daemon.child.pid());
+    const MemorySample floorMemory = sampleMemory(floor.child.pid());
     printMemory("daemon, setup mode", daemon.child.pid());
     printMemory("baseline", relay.child.pid());
+    printMemory("Qt floor", floor.child.pid());
+    const double floorExcessMb = double(memory.rssKb - floorMemory.rssKb) / 1024;
+    printf("  daemon over the Qt floor: RSS %+.2f MB, PSS %+.2f MB; goal RSS at most %.1f MB over: %s\n",
+           floorExcessMb, double(memory.pssKb - floorMemory.pssKb) / 1024, FloorExcessGoalMb,
+           floorExcessMb <= FloorExcessGoalMb ? "PASS" : "FAIL");
+    printMappingExcess(daemon.child.pid(), floor.child.pid());
     fflush(stdout);
 
     double highest[2] = {0, 0};
@@ -716,6 +978,18 @@ int main(int argc, char *argv[])
            verdict(dirtyMb <= 2));
     printf("  start-up to both connections      %6.2f / 50 ms   ratio %.2f  %s (median; max %.2f ms)\n", startupP50,
            startupP50 / 50, verdict(startupP50 < 50), startupMax);
+    printf("  RSS over the Qt floor             %6.2f / %.1f MB  %s\n", floorExcessMb, FloorExcessGoalMb,
+           floorExcessMb <= FloorExcessGoalMb ? "PASS" : "FAIL");
+    for (const BusyCase &c : busyCases) {
+        const double busyRatio = ratio(c.used[0].perChangeUs(), c.used[1].perChangeUs());
+        if (c.files == 2000)
+            printf("  busy /tmp, %4d files, %4.0f/s: daemon/baseline cpu/change %5.2fx / %.0fx  %s\n", c.files, c.rate,
+                   busyRatio, BusyRatioGoal, busyRatio <= BusyRatioGoal ? "PASS" : "FAIL");
+        if (c.files == 50 && c.rate == 100)
+            printf("  busy /tmp, %4d files, %4.0f/s: daemon %5.2f %% of a core / %.0f %%  %s\n", c.files, c.rate,
+                   c.used[0].shareOfCore() * 100, BusyShareGoal * 100,
+                   c.used[0].shareOfCore() < BusyShareGoal ? "PASS" : "FAIL");
+    }
     if (o.counts && !valgrind.isEmpty())
         printf("  instructions and system calls per turn: %s (see above)\n", countsMet ? "met" : "MISSED");
     printf("\nCommands: %s\n", allClean ? "none lost, none out of order" : "LOST OR OUT OF ORDER");

@@ -1,6 +1,6 @@
-#include "KVB_Messages.h"
+#include "buttondriver/KVB_Messages.h"
 
-#include "KVB_Records.h"
+#include "buttondriver/KVB_Records.h"
 
 #include <cstdio>
 
@@ -138,7 +138,7 @@ QByteArray KVB_DrawTFTImage(quint32 param1, quint32 param2, quint32 param3,
     record.data = QByteArray(data, int(length));
     printf("Before hton_KVB_DrawTFTImage... size = %d\n", int(length));
     fflush(stdout);
-    const QByteArray message = toWire(record);
+    QByteArray message = toWire(record);
     printf("After hton_KVB_DrawTFTImage...");
     fflush(stdout);
     return message;

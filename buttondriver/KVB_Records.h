@@ -1,7 +1,7 @@
 #ifndef KVB_RECORDS_H
 #define KVB_RECORDS_H
 
-#include "KVB_Messages.h"
+#include "buttondriver/KVB_Messages.h"
 
 #include <QByteArray>
 #include <QtEndian>

@@ -1,7 +1,7 @@
-#include "QButtonDriverClient.h"
+#include "buttondriver/QButtonDriverClient.h"
 
-#include "panel/RuntimeEnv.h"
-#include "panel/TrustChecks.h"
+#include "base/RuntimeEnv.h"
+#include "base/TrustChecks.h"
 
 #include <QDebug>
 #include <QElapsedTimer>

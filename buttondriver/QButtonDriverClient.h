@@ -27,7 +27,7 @@ public:
     // Unsent bytes past which drawings are dropped: some 60 full redraws of
     // the panel (a main menu is about 1 KiB), far more than a driver that
     // reads at all ever leaves behind.
-    static constexpr qint64 WriteBacklog = 64 * 1024;
+    static constexpr qint64 WriteBacklog = qint64(64) * 1024;
     // The driver never sends anything that the program reads; what it sends
     // all the same waits in the kernel's buffer beyond these few bytes.
     static constexpr qint64 ReadBufferSize = 4096;

@@ -1,7 +1,7 @@
 #include "FakeButtonDriver.h"
 
 #include "pages/ButtonLevelFile.h"
-#include "panel/RuntimeEnv.h"
+#include "base/RuntimeEnv.h"
 
 #include <QTcpSocket>
 #include <QtEndian>

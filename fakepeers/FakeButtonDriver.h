@@ -35,7 +35,7 @@ public:
     const QList<Received> &received() const { return _received; }
     // The raw messages from index `from` on.
     QList<QByteArray> messages(int from = 0) const;
-    int messageCount() const { return _received.size(); }
+    int messageCount() const { return int(_received.size()); }
     // Messages that did not decode, plus streams given up for a hostile length.
     int malformedCount() const { return _malformed; }
     // Forgets the messages (the panel model stays).

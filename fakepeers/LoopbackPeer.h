@@ -23,7 +23,7 @@ public:
     void stop();
     bool isListening() const { return _server.isListening(); }
     quint16 port() const { return _port; }
-    int clientCount() const { return _clients.size(); }
+    int clientCount() const { return int(_clients.size()); }
     // The accepted connections; a test that plays a hostile peer writes to them directly.
     const QList<QTcpSocket *> &clients() const { return _clients; }
 
@@ -40,6 +40,7 @@ protected:
     virtual void clientAccepted(QTcpSocket *client) = 0;
     // A connection went, closed by either side; it is no longer in clients().
     // Derived destructors call stop() so that this reaches them.
+    // cppcheck-suppress virtualCallInConstructor ; the base destructor's stop() is only a last tidy-up
     virtual void clientGone(QTcpSocket *client);
 
 private:

@@ -95,7 +95,7 @@ bool PanelModel::drawText(int screen, int row, const TextLine &line)
     Screen &s = _screens[screen];
     s.lines[row] = line;
     // A new line covers whatever was painted over the old one.
-    for (int i = s.overlays.size() - 1; i >= 0; --i) {
+    for (int i = int(s.overlays.size()) - 1; i >= 0; --i) {
         if (s.overlays.at(i).row == row)
             s.overlays.removeAt(i);
     }

@@ -71,7 +71,7 @@ QString Sandbox::callLogPath() const
 bool Sandbox::makeDirectories()
 {
     for (const char *dir : {"/etc/kd5820m", "/etc/network", "/etc/init.d", "/opt/kd5820m/fonts",
-                            "/mnt/flashdisk/etc/network", "/tmp", "/bin"}) {
+                            "/mnt/flashdisk/etc/network", "/tmp", "/bin", "/var/lib/panel-setup"}) {
         if (!QDir().mkpath(hostPath(QLatin1String(dir))))
             return false;
     }

@@ -1,8 +1,9 @@
-#include "NetUtil.h"
+#include "netutil/NetUtil.h"
 
-#include "panel/DebugFormat.h"
-#include "panel/RuntimeEnv.h"
-#include "panel/SettingsFile.h"
+#include "base/DebugFormat.h"
+#include "base/RuntimeEnv.h"
+#include "base/SettingsFile.h"
+#include "base/DevicePaths.h"
 
 #include <QBuffer>
 #include <QByteArray>
@@ -33,7 +34,7 @@ bool hasEntries(const std::vector<QString> &params, std::size_t needed)
 
 QString NetUtil::interfacesPath()
 {
-    return runtimeenv::path("/etc/network/interfaces");
+    return runtimeenv::path(devicepaths::Interfaces);
 }
 
 QString NetUtil::formatAddress(const struct sockaddr *address)
@@ -111,7 +112,7 @@ void NetUtil::readInterfacesFile(std::vector<QString> &params)
     QString interface;
     while (!file.atEnd()) {
         QByteArray line = file.readLine();
-        const int nul = line.indexOf('\0');
+        const int nul = int(line.indexOf('\0'));
         if (nul >= 0)
             line.truncate(nul);
         // Split as read: a tab before a blank ("\t address") makes the tab the
@@ -142,6 +143,7 @@ void NetUtil::readInterfacesFile(std::vector<QString> &params)
 
 int NetUtil::restartNetworking()
 {
-    const QString command = runtimeenv::path("/etc/init.d/networking") + " restart";
-    return system(command.toLocal8Bit().constData());
+    const QString command = runtimeenv::path(devicepaths::NetworkingScript) + " restart";
+    // On the save thread: glibc's system() is MT-Safe.
+    return system(command.toLocal8Bit().constData()); // NOLINT(concurrency-mt-unsafe)
 }

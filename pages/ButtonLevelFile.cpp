@@ -1,8 +1,9 @@
 #include "pages/ButtonLevelFile.h"
 
-#include "panel/DebugFormat.h"
-#include "panel/RuntimeEnv.h"
-#include "panel/SettingsFile.h"
+#include "base/DebugFormat.h"
+#include "base/RuntimeEnv.h"
+#include "base/SettingsFile.h"
+#include "base/DevicePaths.h"
 
 #include <QDebug>
 #include <QFile>
@@ -11,7 +12,7 @@
 
 QString buttonlevelFilePath()
 {
-    return runtimeenv::path(QStringLiteral("/etc/kd5820m/buttonlevel"));
+    return runtimeenv::path(devicepaths::ButtonLevel);
 }
 
 bool readButtonlevelFile(std::vector<QString> &values)

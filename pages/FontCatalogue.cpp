@@ -1,11 +1,12 @@
 #include "pages/FontCatalogue.h"
 
 #include "pages/Page.h"
-#include "panel/DebugFormat.h"
-#include "panel/RuntimeEnv.h"
+#include "base/DebugFormat.h"
+#include "base/DirectoryListing.h"
+#include "base/RuntimeEnv.h"
+#include "base/DevicePaths.h"
 
 #include <QDebug>
-#include <QDir>
 #include <QFileInfo>
 
 #include <algorithm>
@@ -25,7 +26,7 @@ namespace fontcatalogue {
 
 QString fontDirectory()
 {
-    return runtimeenv::path(QStringLiteral("/opt/kd5820m/fonts"));
+    return runtimeenv::path(devicepaths::FontDir);
 }
 
 void scanFonts(QStringList *names, QMap<QString, QString> *info)
@@ -34,15 +35,9 @@ void scanFonts(QStringList *names, QMap<QString, QString> *info)
         return;
 
     const QString dirPath = fontDirectory();
-    // The suffix is checked here, not with a name filter: QDir matches those
-    // with a regular expression, which maps PCRE2 into the daemon. Name
-    // filters ignore case unless asked not to, and so does this check.
-    QStringList files = QDir(dirPath).entryList(QDir::Files, QDir::Name);
-    files.erase(std::remove_if(files.begin(), files.end(),
-                               [](const QString &file) {
-                                   return !file.endsWith(QLatin1String(".pcf.gz"), Qt::CaseInsensitive);
-                               }),
-                files.end());
+    // Files and links to them, "*.pcf.gz" in any case, sorted by name.
+    QStringList files = directorylisting::entryNames(dirPath, directorylisting::Files, QLatin1String(".pcf.gz"));
+    std::sort(files.begin(), files.end());
     // Narrowest first; the name order stays among fonts of one width.
     std::stable_sort(files.begin(), files.end(), [](const QString &a, const QString &b) {
         return fontWidthOf(a) < fontWidthOf(b);

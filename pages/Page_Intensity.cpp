@@ -1,6 +1,7 @@
 #include "pages/Page_Intensity.h"
 
 #include "buttondriver/KVB_Messages.h"
+#include "pages/ButtonLevelFile.h"
 #include "pages/MenuNavigation.h"
 #include "pages/MenuTables.h"
 
@@ -76,8 +77,8 @@ void Page_Intensity::collectorMsg(const collector::CollectorMsg &msg)
 
     if (_current_item == 0 || _current_item == 1) {
         _apply_timer.stop();
-        const qint64 level = qint64(_levels[_current_item]) + msg.delta; // no overflow
-        _levels[_current_item] = int(qBound(qint64(0), level, qint64(100)));
+        const qint64 moved = qint64(_levels[_current_item]) + msg.delta; // no overflow
+        _levels[_current_item] = int(qBound(qint64(0), moved, qint64(100)));
         _apply_timer.start();
         return;
     }

@@ -1,7 +1,6 @@
 #ifndef PAGE_INTENSITY_H
 #define PAGE_INTENSITY_H
 
-#include "pages/ButtonLevelFile.h"
 #include "pages/Page.h"
 
 #include <QObject>

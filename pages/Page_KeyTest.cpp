@@ -4,6 +4,9 @@
 
 #include <QDebug>
 
+#include <algorithm>
+#include <iterator>
+
 int Page_KeyTest::_release_count = 0;
 int Page_KeyTest::_blink_count = 0;
 
@@ -30,8 +33,7 @@ void Page_KeyTest::drawKey(int k)
 
 void Page_KeyTest::onEnter()
 {
-    for (KeyRecord &key : _keys)
-        key = KeyRecord();
+    std::fill(std::begin(_keys), std::end(_keys), KeyRecord());
     drawKey(0);
     _timer.start(BLINK_INTERVAL_MS);
     _callback->pcb_send_message(buttondriver::KVB_ButtonLeds(-1, 0, 0));

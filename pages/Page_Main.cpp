@@ -3,8 +3,8 @@
 #include "buttondriver/KVB_Messages.h"
 #include "pages/MenuNavigation.h"
 #include "pages/MenuTables.h"
-#include "panel/DebugFormat.h"
-#include "panel/LogOutput.h"
+#include "base/DebugFormat.h"
+#include "base/LogOutput.h"
 #include "panel/VersionFile.h"
 
 #include <QDebug>

@@ -7,7 +7,10 @@
 #include "panel/LauncherConfig.h"
 
 #include <QDebug>
+#include <QDeadlineTimer>
 #include <QThread>
+
+#include <atomic>
 
 using buttondriver::KVB_ButtonLeds;
 using buttondriver::KVB_ClearScreen;
@@ -27,6 +30,31 @@ void stepClamped(int *value, int *previous, qint32 delta, int last)
     if (moved >= 0 && moved <= last)
         *previous = *value;
     *value = int(qBound(qint64(0), moved, qint64(last)));
+}
+
+// Runs the controller's network save off the event loop, then pauses 200 ms.
+// One for the life of the program, made on the first network save.
+class SaverThread : public QThread
+{
+public:
+    // Set before each start; the thread reads it when it runs.
+    void setCallback(PageCallback *callback) { _callback.store(callback); }
+
+protected:
+    void run() override
+    {
+        _callback.load()->pcb_save_network_settings();
+        msleep(200);
+    }
+
+private:
+    std::atomic<PageCallback *> _callback{nullptr};
+};
+
+SaverThread *saverThread()
+{
+    static SaverThread *const saver = new SaverThread;
+    return saver;
 }
 
 } // namespace
@@ -67,6 +95,19 @@ void Page_Setup::sendPending(int state)
 
 void Page_Setup::saveParam_finished()
 {
+    // The n-th save's further completions run in the first one's pause, as
+    // they always did; the outermost one then handles the input held meanwhile.
+    if (_busy) {
+        completeSave();
+        return;
+    }
+    _busy = true;
+    completeSave();
+    handleHeld();
+}
+
+void Page_Setup::completeSave()
+{
     sendPending(0);
     _saving = false;
     qDebug() << "Inside Page_Setup::saveParam_finished()";
@@ -94,6 +135,27 @@ void Page_Setup::refresh_last_turn()
 }
 
 void Page_Setup::collectorMsg(const collector::CollectorMsg &msg)
+{
+    // Input that arrives during a flow's pauses waits until the flow has
+    // returned, in order, as the collector's socket holds what it receives
+    // while its handler runs: no flow starts inside another.
+    _held.push_back(msg);
+    if (!_busy)
+        handleHeld();
+}
+
+void Page_Setup::handleHeld()
+{
+    _busy = true;
+    while (!_held.empty()) {
+        const collector::CollectorMsg msg = _held.front();
+        _held.pop_front();
+        handleInput(msg);
+    }
+    _busy = false;
+}
+
+void Page_Setup::handleInput(const collector::CollectorMsg &msg)
 {
     if (_saving)
         return;
@@ -318,33 +380,35 @@ void Page_Setup::saveFlow()
     }
 
     if (_changes_made) {
-        // One thread for the life of the program, made on the first save. Each
-        // save adds one more queued connection, so the n-th save completes n
-        // times; the controller's save writes the editors' values.
-        class SaverThread : public QThread
-        {
-        public:
-            Page_Setup *_page = nullptr;
-
-        protected:
-            void run() override
-            {
-                _page->_callback->pcb_save_network_settings();
-                msleep(200);
-            }
-        };
-        static SaverThread *const saver = new SaverThread;
-
         sendPending(-1);
         _saving = true;
-        saver->_page = this;
+        // The save writes the addresses as they are now.
+        for (int i = 0; i < 4; ++i) {
+            if (Param_Quad *quad = editor(i))
+                quad->keepForSave();
+        }
+        SaverThread *saver = saverThread();
+        saver->setCallback(_callback);
+        // Each save adds one more queued connection, so the n-th save
+        // completes n times.
         connect(saver, &QThread::finished, this, &Page_Setup::saveParam_finished,
                 Qt::QueuedConnection);
-        // The previous save's thread has reported back but may not have
-        // ended yet; starting it before it has would do nothing.
-        saver->wait();
-        saver->start(QThread::InheritPriority);
+        startSaver();
     }
+}
+
+void Page_Setup::startSaver()
+{
+    SaverThread *saver = saverThread();
+    // The previous save has reported back, but its thread may not have ended
+    // yet, and start() would then do nothing or wait. Until it has ended, try
+    // again from the event loop; a deadline already past makes wait() only
+    // look.
+    if (!saver->wait(QDeadlineTimer(0))) {
+        QTimer::singleShot(1, this, &Page_Setup::startSaver);
+        return;
+    }
+    saver->start(QThread::InheritPriority);
 }
 
 void Page_Setup::revertFlow()

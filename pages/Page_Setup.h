@@ -10,6 +10,7 @@
 #include <QStringList>
 #include <QTimer>
 
+#include <deque>
 #include <vector>
 
 // The SETUP page: edits the four network addresses, the font size and the
@@ -41,6 +42,13 @@ public slots:
     void onEnter() override;
 
 private:
+    // The input state machine: collectorMsg() hands it each event in turn.
+    void handleInput(const collector::CollectorMsg &msg);
+    // Handles the held input, in order, with the page busy.
+    void handleHeld();
+    void completeSave();
+    // Starts the save thread once its previous run has ended.
+    void startSaver();
     void doSubMenuItem(int submenu_id);
     void toggleParamField();
     // Editor i of _params, or null when there is none.
@@ -67,6 +75,10 @@ private:
     QTimer _refresh_timer{this}; // a child, so that tests can find it
     bool _changes_made = false;
     bool _saving = false;
+    // A flow's pauses run the event loop. Input that arrives while the page
+    // is busy with a flow or with other input waits here until it is done.
+    std::deque<collector::CollectorMsg> _held;
+    bool _busy = false;
 };
 
 #endif // PAGE_SETUP_H

@@ -4,6 +4,9 @@
 
 #include <QDebug>
 
+#include <algorithm>
+#include <iterator>
+
 Page_ShaftTest::Page_ShaftTest(PageCallback *callback, Page *parent) : Page(callback, parent)
 {
     qDebug() << "Creating Page_ShaftTest instance";
@@ -29,8 +32,7 @@ void Page_ShaftTest::onEnter()
 {
     _callback->pcb_send_message(buttondriver::KVB_ButtonLeds(-1, 0, 0));
     _callback->pcb_send_message(buttondriver::KVB_ClearScreen(2));
-    for (ShaftRecord &shaft : _shafts)
-        shaft = ShaftRecord();
+    std::fill(std::begin(_shafts), std::end(_shafts), ShaftRecord());
     _swallow_select = true;
     drawAll();
 }

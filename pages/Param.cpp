@@ -1,13 +1,15 @@
 #include "pages/Param.h"
 
 #include "buttondriver/KVB_Messages.h"
-#include "panel/DebugFormat.h"
+#include "base/DebugFormat.h"
 
 #include <QDebug>
 #include <QElapsedTimer>
 #include <QStringList>
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 Param::Param(PageCallback *callback, const QString &label)
     : _callback(callback), _label(label)
@@ -105,13 +107,30 @@ bool Param_Quad::setCurrentField(int field)
     return true;
 }
 
+namespace {
+
+QString dotted(const int (&fields)[4])
+{
+    return QStringLiteral("%1.%2.%3.%4").arg(fields[0]).arg(fields[1]).arg(fields[2]).arg(fields[3]);
+}
+
+} // namespace
+
 QString Param_Quad::text() const
 {
-    return QStringLiteral("%1.%2.%3.%4")
-        .arg(_fields[0])
-        .arg(_fields[1])
-        .arg(_fields[2])
-        .arg(_fields[3]);
+    return dotted(_fields);
+}
+
+void Param_Quad::keepForSave()
+{
+    const std::lock_guard<std::mutex> lock(_save_mutex);
+    std::copy(std::begin(_fields), std::end(_fields), std::begin(_save_fields));
+}
+
+QString Param_Quad::textForSave() const
+{
+    const std::lock_guard<std::mutex> lock(_save_mutex);
+    return dotted(_save_fields);
 }
 
 void Param_Quad::setFromDotted(const QString &dotted)

@@ -6,6 +6,8 @@
 
 #include <QString>
 
+#include <mutex>
+
 // One editable setting that draws itself and changes with shaft turns.
 class Param
 {
@@ -19,9 +21,6 @@ public:
     void setCallback(PageCallback *callback) { _callback = callback; }
     void setLabel(const QString &label) { _label = label; }
     QString label() const { return _label; }
-    // The TFT screen the editor draws in (2, the detail screen, unless set).
-    void setScreen(int screen) { _screen = screen; }
-    int screen() const { return _screen; }
 
 protected:
     PageCallback *_callback; // not owned
@@ -29,7 +28,7 @@ protected:
     QString _label;          // not drawn
     int _shaft_val = 4;      // the shaft that edits it: the menu shaft
     int _digits = 3;         // kept from the editor family; no editor reads it
-    int _screen = 2;
+    int _screen = 2;         // the detail screen, where every editor draws
 };
 
 // A dotted four-field address edited one field at a time, caret under the field.
@@ -55,6 +54,12 @@ public:
 
     // The four values as "%1.%2.%3.%4", plain decimal.
     QString text() const;
+    // The values that a network save writes: keepForSave() copies the fields
+    // on the event-loop thread when a save starts, and textForSave() gives
+    // them, as text() does, on the save thread. Edits made meanwhile do not
+    // reach a running save.
+    void keepForSave();
+    QString textForSave() const;
     // Loads dotted text: part j's decimal value, 0 when the part is missing
     // or not a number; a value outside 0..255 is refused and keeps the field.
     void setFromDotted(const QString &dotted);
@@ -63,6 +68,8 @@ private:
     int _fields[4] = {0, 0, 0, 0};
     int _current_field = -1;
     [[maybe_unused]] int _spare = 0; // kept from the editor family; no editor reads it
+    mutable std::mutex _save_mutex;  // the two threads of a save meet here
+    int _save_fields[4] = {0, 0, 0, 0};
 };
 
 #endif // PARAM_H

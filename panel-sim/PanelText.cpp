@@ -84,7 +84,7 @@ QString keyLightSummary(const PanelModel &panel)
 QString statusLine(const VirtualPanel &panel, bool *warning)
 {
     *warning = false;
-    const QString hold = panel.holdState();
+    QString hold = panel.holdState();
     if (!hold.isEmpty())
         return hold;
     // The daemon draws nothing until it takes the panel over: say why it is blank.

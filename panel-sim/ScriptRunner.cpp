@@ -163,7 +163,7 @@ QString parseLine(const QList<Token> &all, ScriptRunner::Step *step)
             step->kind = Kind::ExpectLed;
             if (t.size() != 2)
                 return QStringLiteral("expect led NAME VALUE");
-            step->numbers[0] = VirtualPanel::LedNames.indexOf(t.at(0).text.toUpper());
+            step->numbers[0] = int(VirtualPanel::LedNames.indexOf(t.at(0).text.toUpper()));
             if (step->numbers[0] < 0 && !parseNumber(t.at(0), 0, 4, &step->numbers[0]))
                 return QStringLiteral("an LED is PSU, AUX, FAULT, WARNING, COMM or 0 to 4");
             if (t.at(1).text == QLatin1String("on"))
@@ -221,7 +221,7 @@ QString parseLine(const QList<Token> &all, ScriptRunner::Step *step)
                      : verb == QLatin1String("release") ? Kind::Release
                      : verb == QLatin1String("tap")     ? Kind::Tap
                                                         : Kind::Hold;
-        const QString usage = step->kind == Kind::Hold ? QStringLiteral("hold KEY... for TIME")
+        QString usage = step->kind == Kind::Hold ? QStringLiteral("hold KEY... for TIME")
                                                        : verb + QStringLiteral(" KEY...");
         if (step->kind == Kind::Hold) {
             if (t.size() < 3 || t.at(t.size() - 2).text != QLatin1String("for") || !parseTime(t.last(), &step->msecs))
@@ -523,7 +523,7 @@ ScriptRunner::Check ScriptRunner::check(const Step &step) const
     case Kind::ExpectFile:
     case Kind::ExpectFileContains:
     case Kind::ExpectFileMissing: {
-        Sandbox &sandbox = _panel.sandbox();
+        const Sandbox &sandbox = _panel.sandbox();
         const bool exists = sandbox.exists(step.path);
         const QString content = QString::fromUtf8(sandbox.readFile(step.path));
         const QString actual = exists ? QStringLiteral("%1 holds %2").arg(step.path, quoted(content))
@@ -590,6 +590,6 @@ void ScriptRunner::fail(const QString &why)
 
 void ScriptRunner::print(const QString &line) const
 {
-    std::printf("[%6.2f s] %s\n", _clock.elapsed() / 1000.0, line.toLocal8Bit().constData());
+    std::printf("[%6.2f s] %s\n", double(_clock.elapsed()) / 1000.0, line.toLocal8Bit().constData());
     std::fflush(stdout);
 }

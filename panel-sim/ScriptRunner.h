@@ -12,8 +12,8 @@
 
 class VirtualPanel;
 
-// Runs a panel script: one command a line (README, "Scripting the virtual
-// panel"). The daemon starts at the first line that needs it; the run stops at
+// Runs a panel script: one command a line (docs/virtual-panel.md, "Scripts").
+// The daemon starts at the first line that needs it; the run stops at
 // the first unmet expectation, printing what the panel shows instead.
 class ScriptRunner : public QObject
 {

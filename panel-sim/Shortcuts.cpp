@@ -6,12 +6,18 @@ namespace shortcuts {
 
 namespace {
 
-const QString KeysLow = QStringLiteral("1234567890-=");  // keys 0 to 11
-const QString KeysHigh = QStringLiteral("!@#$%^&*()_+"); // keys 12 to 23
-const QString ShaftsUp = QStringLiteral("asdfgh");       // shafts 0 to 5, +1
-const QString ShaftsDown = QStringLiteral("ASDFGH");     // shafts 0 to 5, -1
-const QString PushSwitches = QStringLiteral("zxcvbn");   // keys 24 to 29
-const QString GpiKeys = QStringLiteral("wertyuio");      // GPIs 0 to 7
+constexpr QLatin1String KeysLow("1234567890-=");  // keys 0 to 11
+constexpr QLatin1String KeysHigh("!@#$%^&*()_+"); // keys 12 to 23
+constexpr QLatin1String ShaftsUp("asdfgh");       // shafts 0 to 5, +1
+constexpr QLatin1String ShaftsDown("ASDFGH");     // shafts 0 to 5, -1
+constexpr QLatin1String PushSwitches("zxcvbn");   // keys 24 to 29
+constexpr QLatin1String GpiKeys("wertyuio");      // GPIs 0 to 7
+
+// The position of c in keys, -1 when it is not there.
+int indexIn(QLatin1String keys, QChar c)
+{
+    return int(keys.indexOf(c));
+}
 
 } // namespace
 
@@ -38,22 +44,21 @@ Action apply(VirtualPanel &panel, int key)
         panel.dropUpgradeImage();
     } else if (key == ']') {
         panel.removeUpgradeImage();
-    } else if (c.isNull()) {
-        return Action::None;
-    } else if (KeysLow.contains(c)) {
-        panel.tap(KeysLow.indexOf(c));
-    } else if (KeysHigh.contains(c)) {
-        panel.tap(12 + KeysHigh.indexOf(c));
-    } else if (ShaftsUp.contains(c)) {
-        panel.turn(ShaftsUp.indexOf(c), 1);
-    } else if (ShaftsDown.contains(c)) {
-        panel.turn(ShaftsDown.indexOf(c), -1);
-    } else if (PushSwitches.contains(c)) {
-        panel.tap(24 + PushSwitches.indexOf(c));
-    } else if (GpiKeys.contains(c)) {
-        const int gpi = GpiKeys.indexOf(c);
+    } else if (indexIn(KeysLow, c) >= 0) {
+        panel.tap(indexIn(KeysLow, c));
+    } else if (indexIn(KeysHigh, c) >= 0) {
+        panel.tap(12 + indexIn(KeysHigh, c));
+    } else if (indexIn(ShaftsUp, c) >= 0) {
+        panel.turn(indexIn(ShaftsUp, c), 1);
+    } else if (indexIn(ShaftsDown, c) >= 0) {
+        panel.turn(indexIn(ShaftsDown, c), -1);
+    } else if (indexIn(PushSwitches, c) >= 0) {
+        panel.tap(24 + indexIn(PushSwitches, c));
+    } else if (indexIn(GpiKeys, c) >= 0) {
+        const int gpi = indexIn(GpiKeys, c);
         panel.setGpi(gpi, !panel.gpi(gpi));
     } else {
+        // A null character (a key beyond 16 bits) too.
         return Action::None;
     }
     return Action::Panel;

@@ -3,7 +3,7 @@
 #include "CommandText.h"
 #include "netutil/NetUtil.h"
 #include "panel/LauncherConfig.h"
-#include "panel/RuntimeEnv.h"
+#include "base/RuntimeEnv.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -62,7 +62,7 @@ VirtualPanel::VirtualPanel(const Options &options, QObject *parent) : QObject(pa
     connect(&_holdTicker, &QTimer::timeout, this, &VirtualPanel::changed);
     connect(&_holdTimer, &QTimer::timeout, this, [this] {
         _holdTicker.stop();
-        for (int i = _heldKeys.size() - 1; i >= 0; --i)
+        for (int i = int(_heldKeys.size()) - 1; i >= 0; --i)
             release(_heldKeys.at(i));
         _heldKeys.clear();
         const std::function<void()> done = std::move(_holdDone);
@@ -259,7 +259,7 @@ QString VirtualPanel::holdState() const
         keys << QString::number(key);
     return QStringLiteral("holding key%1 %2: %3 s of %4 s")
         .arg(keys.size() > 1 ? QStringLiteral("s") : QString(), keys.join(QLatin1Char(' ')))
-        .arg(_heldFor.elapsed() / 1000.0, 0, 'f', 1)
+        .arg(double(_heldFor.elapsed()) / 1000.0, 0, 'f', 1)
         .arg(_holdTimer.interval() / 1000.0, 0, 'f', 1);
 }
 
@@ -378,11 +378,11 @@ void VirtualPanel::readDaemonOutput()
 
 void VirtualPanel::pollSandbox()
 {
-    const QStringList calls = _sandbox->calls();
+    const QStringList logged = _sandbox->calls();
     const QString files = readFilesSummary();
-    if (calls == _calls && files == _filesSummary)
+    if (logged == _calls && files == _filesSummary)
         return;
-    _calls = calls;
+    _calls = logged;
     _filesSummary = files;
     emit changed();
 }

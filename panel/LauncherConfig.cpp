@@ -1,8 +1,10 @@
-#include "LauncherConfig.h"
+#include "panel/LauncherConfig.h"
 
-#include "panel/DebugFormat.h"
-#include "panel/RuntimeEnv.h"
-#include "panel/SettingsFile.h"
+#include "base/DebugFormat.h"
+#include "base/DirectoryListing.h"
+#include "base/RuntimeEnv.h"
+#include "base/SettingsFile.h"
+#include "base/DevicePaths.h"
 
 #include <QDebug>
 #include <QDir>
@@ -130,8 +132,9 @@ bool saveChanges(const QSettings &file, const Changes &changes)
 
 void removeStaleScratchCopies()
 {
-    QDir parent(scratchParent());
-    for (const QString &entry : parent.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden)) {
+    const QString parent = scratchParent();
+    using namespace directorylisting;
+    for (const QString &entry : entryNames(parent, Dirs | Hidden)) {
         if (!entry.startsWith(QLatin1String(ScratchPrefix)))
             continue;
         const QStringList parts = entry.mid(int(qstrlen(ScratchPrefix))).split(QLatin1Char('-'));
@@ -140,7 +143,7 @@ void removeStaleScratchCopies()
         if (parts.size() != 2 || !isPid || pid <= 0 || parts.at(1).size() != 6)
             continue;
         if (::kill(pid_t(pid), 0) != 0 && errno == ESRCH)
-            QDir(parent.filePath(entry)).removeRecursively();
+            QDir(parent + QLatin1Char('/') + entry).removeRecursively();
     }
 }
 
@@ -156,7 +159,7 @@ QString scratchParent()
 
 QString launcherConfigPath()
 {
-    return runtimeenv::path("/etc/kd5820m/launcher.cfg");
+    return runtimeenv::path(devicepaths::LauncherConfig);
 }
 
 void readActivateButtons(int *button1, int *button2)

@@ -1,4 +1,4 @@
-#include "PanelSetup.h"
+#include "panel/PanelSetup.h"
 
 PanelSetup::PanelSetup(QObject *parent) : QObject(parent)
 {

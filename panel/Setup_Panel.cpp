@@ -1,18 +1,19 @@
-#include "Setup_Panel.h"
+#include "panel/Setup_Panel.h"
 
 #include "buttondriver/KVB_Messages.h"
 #include "netutil/NetUtil.h"
-#include "pages/ButtonLevelFile.h"
-#include "panel/DebugFormat.h"
+#include "base/DebugFormat.h"
+#include "base/DirectoryListing.h"
+#include "base/LogOutput.h"
 #include "panel/LauncherConfig.h"
-#include "panel/RuntimeEnv.h"
-#include "panel/SettingsFile.h"
-#include "panel/SystemCommand.h"
-#include "panel/TrustChecks.h"
+#include "base/RuntimeEnv.h"
+#include "base/SettingsFile.h"
+#include "base/SystemCommand.h"
+#include "base/TrustChecks.h"
+#include "base/DevicePaths.h"
 
 #include <QCoreApplication>
 #include <QDebug>
-#include <QDir>
 #include <QFile>
 #include <QFileSystemWatcher>
 #include <QStringList>
@@ -20,6 +21,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <unistd.h>
 
 using buttondriver::KVB_ButtonLeds;
@@ -29,7 +31,6 @@ using collector::CollectorMsg;
 
 namespace {
 
-const char *const MainAppScript = "/etc/init.d/kd5820m-main";
 // The menu font that setup mode forces while it owns the panel.
 const char *const SetupFontName = "8x13.pcf.gz";
 
@@ -44,18 +45,17 @@ Setup_Panel::Setup_Panel(const QString &script_path)
       _gateway_param(this, QStringLiteral("?#")),
       _script_path(script_path)
 {
-    removeSaveLeftovers();
     loadActivateButtons();
     _activate_timer.setSingleShot(true);
     // Qt's default coarse timers may fire 5 % early: a 4.8 s hold would take over.
     _activate_timer.setTimerType(Qt::PreciseTimer);
     connect(&_activate_timer, &QTimer::timeout, this, &Setup_Panel::onTimerEnterSetup);
-    _start_flag_path = runtimeenv::path(QStringLiteral("/mnt/flashdisk/etc/network/start_setup_program"));
+    _start_flag_path = runtimeenv::path(devicepaths::StartFlag);
     loadNetworkParams();
     _upgrading = false;
     _active = false;
     _state = st_idle;
-    _watcher = new QFileSystemWatcher(QStringList(runtimeenv::path(QStringLiteral("/tmp"))), this);
+    _watcher = new QFileSystemWatcher(QStringList(runtimeenv::path(devicepaths::UpgradeDir)), this);
     connect(_watcher, &QFileSystemWatcher::directoryChanged, this, &Setup_Panel::onSystemUpgrade);
 }
 
@@ -65,10 +65,9 @@ Setup_Panel::~Setup_Panel()
     delete _watcher;
 }
 
-void Setup_Panel::removeSaveLeftovers()
+void Setup_Panel::recoverInterruptedSaves()
 {
-    for (const QString &path : {NetUtil::interfacesPath(), launcherConfigPath(), buttonlevelFilePath()})
-        settingsfile::removeLeftovers(path);
+    settingsfile::recoverPending();
     removeStaleScratchCopies();
 }
 
@@ -82,7 +81,7 @@ void Setup_Panel::startDevices()
         takeOverFont();
         _main_page.onEnter();
     }
-    if (!_active && !QFile::exists(runtimeenv::path(MainAppScript))) {
+    if (!_active && !QFile::exists(runtimeenv::path(devicepaths::MainAppScript))) {
         _active = true;
         pcb_send_message(KVB_ClearScreen(-1));
         takeOverFont();
@@ -194,14 +193,16 @@ void Setup_Panel::pcb_exit_setup()
 
 void Setup_Panel::pcb_save_network_settings()
 {
-    // Runs on the setup page's save thread; the page ignores input meanwhile.
-    std::vector<QString> addresses;
-    for (const Param_Quad *editor : {&_ip_param, &_mask_param, &_broadcast_param, &_gateway_param})
-        addresses.push_back(editor->text());
+    // Runs on the setup page's save thread. It writes the addresses that the
+    // page kept when the save started, which later edits do not touch.
+    const Param_Quad *const editors[] = {&_ip_param, &_mask_param, &_broadcast_param, &_gateway_param};
+    std::vector<QString> addresses(std::size(editors));
+    std::transform(std::begin(editors), std::end(editors), addresses.begin(),
+                   [](const Param_Quad *editor) { return editor->textForSave(); });
     NetUtil::writeInterfacesFile(addresses);
     NetUtil::restartNetworking();
     QFile::remove(_start_flag_path);
-    runCommand(runtimeenv::path(QStringLiteral("/bin/sync")));
+    runCommand(runtimeenv::path(devicepaths::Sync));
 }
 
 void Setup_Panel::pcb_reserved()
@@ -261,11 +262,10 @@ void Setup_Panel::pcb_get_current_font_dimensions(int *width, int *height)
 
 void Setup_Panel::collectorMsg(const CollectorMsg &msg)
 {
-    // Whether each activation key is down; process-wide on purpose.
-    static bool but1_down = false;
-    static bool but2_down = false;
-
     if (!_active) {
+        // Whether each activation key is down; process-wide on purpose.
+        static bool but1_down = false;
+        static bool but2_down = false;
         if (msg.type == collector::MSG_KEY && _state == st_idle) {
             // Both comparisons: one id configured twice drives both flags.
             if (msg.id == _activate_but1)
@@ -300,9 +300,9 @@ void Setup_Panel::onTimerEnterSetup()
 
 void Setup_Panel::onSystemUpgrade(const QString &path)
 {
-    qDebug() << "Path that changed =" << verbatim(trustchecks::forLog(path));
-    QDir dir(path, QStringLiteral("*.img"), QDir::Unsorted);
-    const QStringList upgradeFiles = upgradeImages(dir);
+    // Every change of /tmp logs this line: without QDebug's stream, as the menu turn's lines.
+    logoutput::debugLine(QStringLiteral("Path that changed = \"") + trustchecks::forLog(path) + QLatin1Char('"'));
+    const QStringList upgradeFiles = upgradeImages(path);
 
     if (!_upgrading) {
         if (upgradeFiles.isEmpty())
@@ -328,8 +328,7 @@ void Setup_Panel::onSystemUpgrade(const QString &path)
     } else {
         qDebug().noquote() << "Upgrade in progress: upgradeFiles =" << debugListForm(forLog(upgradeFiles));
         // The first listing may be stale: read the directory again.
-        dir.refresh();
-        if (!upgradeImages(dir).isEmpty())
+        if (!upgradeImages(path).isEmpty())
             return;
         qDebug() << "Files were deleted shortly after they were modified.";
         qDebug() << "Relinquishing control now ...";
@@ -341,13 +340,15 @@ void Setup_Panel::onSystemUpgrade(const QString &path)
     doRebootPoweroff();
 }
 
-// Listed as the directory holds them, without sorting.
-QStringList Setup_Panel::upgradeImages(const QDir &dir)
+// Files, directories and links to what exists, named "*.img" in any case and
+// not hidden, as the directory holds them, without sorting.
+QStringList Setup_Panel::upgradeImages(const QString &path)
 {
-    QStringList images = dir.entryList();
+    QStringList images = directorylisting::entryNames(path, directorylisting::Files | directorylisting::Dirs,
+                                                      QLatin1String(".img"));
     images.erase(std::remove_if(images.begin(), images.end(),
-                                [&dir](const QString &name) {
-                                    return !trustchecks::isAcceptedImage(dir.filePath(name));
+                                [&path](const QString &name) {
+                                    return !trustchecks::isAcceptedImage(path + QLatin1Char('/') + name);
                                 }),
                  images.end());
     return images;
@@ -434,7 +435,7 @@ void Setup_Panel::drawOnAllScreens(int line, const QString &text)
 
 void Setup_Panel::showMessage(const QString &text)
 {
-    const int lines = (text.length() + 9) / 10;
+    const int lines = int(text.length() + 9) / 10;
     int line = 0;
     // A text of one line is not drawn at all; only the rows are cleared.
     if (lines > 1) {

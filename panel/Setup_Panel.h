@@ -7,7 +7,6 @@
 #include "pages/Param.h"
 #include "qcollector/QCollectorClient.h"
 
-#include <QDir>
 #include <QObject>
 #include <QString>
 #include <QTimer>
@@ -28,9 +27,11 @@ public:
     explicit Setup_Panel(const QString &script_path);
     ~Setup_Panel() override;
 
-    // Removes the copies that saves killed half-way left beside the three
-    // settings files; the constructor does it first.
-    static void removeSaveLeftovers();
+    // Completes or undoes the saves of the three settings files that a kill
+    // or a power cut interrupted (settingsfile::recoverPending) and removes
+    // the launcher saves' copies in RAM of processes no longer running. The
+    // program runs it before the controller, which reads the settings.
+    static void recoverInterruptedSaves();
 
     // Connects the devices and takes the panel over at once when the start
     // flag exists or the main application is not installed.
@@ -67,7 +68,7 @@ private:
     void showMessage(const QString &text);
     void clearScreenText();
     void drawOnAllScreens(int line, const QString &text);
-    static QStringList upgradeImages(const QDir &dir);
+    static QStringList upgradeImages(const QString &path);
     static QStringList forLog(QStringList names);
 
     buttondriver::QButtonDriverClient _btdriver;

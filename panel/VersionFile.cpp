@@ -1,8 +1,9 @@
-#include "VersionFile.h"
+#include "panel/VersionFile.h"
 
-#include "panel/DebugFormat.h"
-#include "panel/RuntimeEnv.h"
-#include "panel/SettingsFile.h"
+#include "base/DebugFormat.h"
+#include "base/RuntimeEnv.h"
+#include "base/SettingsFile.h"
+#include "base/DevicePaths.h"
 
 #include <QDebug>
 #include <QStringList>
@@ -10,8 +11,8 @@
 
 QString readVersionFile(bool twoLines)
 {
-    const QString notAvailable = twoLines ? "VER=\nN/A" : "VER=N/A";
-    const QString path = runtimeenv::path("/opt/kd5820m/version");
+    QString notAvailable = twoLines ? "VER=\nN/A" : "VER=N/A";
+    const QString path = runtimeenv::path(devicepaths::VersionFile);
     QByteArray bytes;
     if (!settingsfile::readSmallFile(path, &bytes)) {
         qDebug() << "readVersionFile: Unable to open file" << verbatim(path) << "\n";

@@ -1,4 +1,4 @@
-#include "panel/LogOutput.h"
+#include "base/LogOutput.h"
 #include "panel/Setup_Panel.h"
 
 #include <QCoreApplication>
@@ -29,6 +29,8 @@ int main(int argc, char *argv[])
     // A reader of the log that went away must cost log lines, not the panel:
     // SIGPIPE is ignored (no handler), so such writes just fail.
     std::signal(SIGPIPE, SIG_IGN);
+    // Before the controller, whose page tree reads the settings.
+    Setup_Panel::recoverInterruptedSaves();
     Setup_Panel panel(script_path);
     panel.startDevices();
 

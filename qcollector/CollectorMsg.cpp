@@ -1,4 +1,4 @@
-#include "CollectorMsg.h"
+#include "qcollector/CollectorMsg.h"
 
 #include <QtEndian>
 

@@ -1,7 +1,7 @@
-#include "QCollectorClient.h"
+#include "qcollector/QCollectorClient.h"
 
-#include "panel/RuntimeEnv.h"
-#include "panel/TrustChecks.h"
+#include "base/RuntimeEnv.h"
+#include "base/TrustChecks.h"
 
 #include <QDebug>
 #include <QHostAddress>

@@ -1,7 +1,7 @@
 #ifndef QCOLLECTORCLIENT_H
 #define QCOLLECTORCLIENT_H
 
-#include "CollectorMsg.h"
+#include "qcollector/CollectorMsg.h"
 
 #include <QObject>
 

@@ -6,7 +6,7 @@ test counts clicked keys. The page's text, the sandbox's files and the pixels
 of the screens (in the fonts of xfonts-base, read here with Pillow) are checked.
 
 Usage: sim-web.py PANEL_SIM SOURCE_DIR. With PANEL_SIM_SCREENSHOTS=1 the
-README's screenshots are written to SOURCE_DIR/docs/screenshots.
+screenshots of the docs are written to SOURCE_DIR/docs/screenshots.
 Exit status 77 (skipped) only when chromium or its driver is missing."""
 
 import gzip

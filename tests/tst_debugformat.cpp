@@ -1,4 +1,4 @@
-#include "panel/DebugFormat.h"
+#include "base/DebugFormat.h"
 #include "support/MessageRecorder.h"
 
 #include <QtTest>

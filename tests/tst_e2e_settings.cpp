@@ -1,4 +1,5 @@
 // The setup page end to end: network, font and PSU saves, and revert.
+#include "base/SettingsFile.h"
 #include "support/PanelDaemon.h"
 #include "support/SettingsSaves.h"
 
@@ -30,6 +31,13 @@ private:
                  QStringList({"leds 3 0 0", "text 2 2 0 Changes were", "text 2 3 0 Discarded", "clear 2"}));
         QCOMPARE(d.step(P::turn(-8), 2), QStringList({"text 1 0 1 IP Addr", "text 1 8 0 Revert Changes"}));
         QCOMPARE(d.step(P::select(), 3).first(), "text 2 0 0 " + baseline);
+    }
+
+    // The interfaces file that a network save writes for this primary address.
+    static QByteArray interfacesWith(const char *address)
+    {
+        return QByteArray("auto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet static\naddress ")
+               + address + "\nnetmask 255.255.255.0\nbroadcast 192.168.1.255\ngateway 192.168.1.1\n";
     }
 
 private Q_SLOTS:
@@ -70,6 +78,77 @@ private Q_SLOTS:
         QTRY_VERIFY(d.outputLines().join('\n').contains(
             "\"auto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet static\naddress 193.168.1.10\n"
             "netmask 255.255.255.0\nbroadcast 192.168.1.255\ngateway 192.168.1.1\n\""));
+    }
+
+    // Input that comes while a save screen pauses waits until the flow has
+    // returned: during the PSU confirmation a turn away and back and a select
+    // on "Save Changes" (then ignored: the network save runs), during "Were
+    // Saved:" an address edit (then pending). The save writes the addresses of
+    // the press, once; the second save completes twice.
+    void inputDuringTheSaveScreens()
+    {
+        P d(PANEL_SETUP_BINARY);
+        // A networking restart that lasts until the test lets it end.
+        const QString mayEnd = d.sandbox.hostPath("/networking-may-end");
+        QVERIFY(d.sandbox.writeFile("/etc/init.d/networking",
+                                    QStringLiteral("#!/bin/sh\necho \"networking $*\" >> '%1'\n"
+                                                   "while [ ! -e '%2' ]; do sleep 0.05; done\n")
+                                        .arg(d.sandbox.callLogPath(), mayEnd)
+                                        .toUtf8(),
+                                    true));
+        QVERIFY(d.startInMenu());
+        QCOMPARE(d.step(P::select(), 9), setupList());
+        QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0 192.168.  1. 10"));
+        d.collector.send(P::turn(1));
+        QTRY_COMPARE(d.driver.panel().text(2, 0), QString("193.168.  1. 10"));
+        QTest::qWait(200); // the page's 150 ms redraw of the last turn
+        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
+        QCOMPARE(d.step(P::turn(5), 2), QStringList({"text 1 5 1 Dual PSU Mode", "text 1 0 0 IP Addr"}));
+        QCOMPARE(d.step(P::select(), 2), QStringList({"text 2 0 1 No", "text 2 1 0 Yes"}));
+        QCOMPARE(d.step(P::turn(1), 3), QStringList({"leds 3 1 0", "text 2 0 0 No", "text 2 1 1 Yes"}));
+        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
+        QCOMPARE(d.step(P::turn(2), 2), QStringList({"text 1 7 1 Save Changes", "text 1 5 0 Dual PSU Mode"}));
+
+        int mark = d.commandCount();
+        d.collector.send(P::select());
+        QTRY_VERIFY(d.commands(mark).contains("text 2 4 0 Enabled"));
+        d.collector.send(P::turn(1));
+        d.collector.send(P::turn(-1));
+        d.collector.send(P::select());
+        QTRY_COMPARE_WITH_TIMEOUT(d.sandbox.calls(), QStringList("networking restart"), 8000);
+        QCOMPARE(d.sandbox.readFile("/etc/network/interfaces"), interfacesWith("193.168.1.10"));
+        QTest::qWait(300);
+        QCOMPARE(d.commands(mark), QStringList({"text 2 1 0 Dual PSU", "text 2 2 0 Setting Saved:", "text 2 3 0 ",
+                                                "text 2 4 0 Enabled", "clear 2", "leds 3 -1 0"}));
+
+        mark = d.commandCount();
+        QVERIFY(d.sandbox.writeFile("/networking-may-end", QByteArray()));
+        QTRY_VERIFY(d.commands(mark).contains("text 2 2 0 Were Saved:"));
+        d.collector.send(P::turn(-7));
+        d.collector.send(P::select());
+        d.collector.send(P::turn(1));
+        const QStringList completion{"leds 3 0 0", "text 2 1 0 Network Params", "text 2 2 0 Were Saved:",
+                                     "text 2 3 0 ", "text 2 4 0 193.168.1.10", "text 2 5 0 255.255.255.0",
+                                     "text 2 6 0 192.168.1.255", "text 2 7 0 192.168.1.1", "clear 2"};
+        const QStringList edited{"text 2 0 0 194.168.  1. 10", "textat 2 0 0 3 0xffffff 0 194", "text 2 1 0 ^"};
+        QTRY_COMPARE_WITH_TIMEOUT(d.commands(mark).count(edited.first()), 2, 10000);
+        QTest::qWait(300);
+        QCOMPARE(d.commands(mark),
+                 completion
+                     + QStringList({"text 1 0 1 IP Addr", "text 1 7 0 Save Changes", "text 2 0 0 193.168.  1. 10",
+                                    "textat 2 0 0 3 0xffffff 0 193", "text 2 1 0 ^", "leds 3 1 0"})
+                     + edited + edited);
+        QCOMPARE(d.sandbox.calls(), QStringList({"networking restart", "sync"}));
+
+        // The held edit is pending: the second save writes it and completes twice.
+        QCOMPARE(d.step(P::back(), 1), QStringList("clear 2"));
+        QCOMPARE(d.step(P::turn(7), 2), QStringList({"text 1 7 1 Save Changes", "text 1 0 0 IP Addr"}));
+        mark = d.commandCount();
+        d.collector.send(P::select());
+        QTRY_COMPARE_WITH_TIMEOUT(d.commands(mark).count("clear 2"), 2, 15000);
+        QCOMPARE(d.commands(mark).count("text 2 4 0 194.168.1.10"), 2);
+        QCOMPARE(d.sandbox.readFile("/etc/network/interfaces"), interfacesWith("194.168.1.10"));
+        QCOMPARE(d.sandbox.calls(), QStringList({"networking restart", "sync", "networking restart", "sync"}));
     }
 
     void fontSaveAppliesAtExit()
@@ -187,6 +266,43 @@ private Q_SLOTS:
         d.collector.send(P::turn(1));
         QTRY_COMPARE(d.driver.panel().text(2, 0), QString(" 10.  0.  0.  0"));
         revertAndReopenAddress(d, " 10.  0.  0.300");
+    }
+
+    // Saves that a power cut interrupted, found as redo records at the start:
+    // completed before anything reads a setting, so the menu and the PSU mode
+    // show the saved values, and a torn record is dropped without a change.
+    void interruptedSavesCompletedAtStart()
+    {
+        P d(PANEL_SETUP_BINARY);
+        const QByteArray interfaces = "auto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet static\n"
+                                      "address 10.20.30.40\nnetmask 255.0.0.0\n";
+        const QByteArray launcher = "[setup]\nbutton1=24\nbutton2=25\n\n[font]\nwidth=10\nheight=20\n\n"
+                                    "[psu]\nredundant=1\n";
+        QVERIFY(d.sandbox.writeFile("/var/lib/panel-setup/interfaces.panel-setup-redo",
+                                    settingsfile::redoRecord("/etc/network/interfaces", interfaces)));
+        QVERIFY(d.sandbox.writeFile("/etc/kd5820m/launcher.cfg.panel-setup-redo",
+                                    settingsfile::redoRecord("/etc/kd5820m/launcher.cfg", launcher)));
+        const QByteArray torn = settingsfile::redoRecord("/etc/kd5820m/buttonlevel", "lcd 1\nscr 1\n");
+        QVERIFY(d.sandbox.writeFile("/etc/kd5820m/buttonlevel.panel-setup-redo", torn.left(torn.size() - 1)));
+        QVERIFY(d.startInMenu());
+
+        const QStringList lines = d.outputLines();
+        // Records beside the files first, then those of the state directory.
+        QCOMPARE(lines.mid(0, 4),
+                 QStringList({"settingsfile::recoverPending(): removed the invalid record \""
+                                  + d.sandbox.hostPath("/etc/kd5820m/buttonlevel.panel-setup-redo") + '"',
+                              "settingsfile::recoverPending(): completed the interrupted save of "
+                              "\"/etc/kd5820m/launcher.cfg\"",
+                              "settingsfile::recoverPending(): completed the interrupted save of "
+                              "\"/etc/network/interfaces\"",
+                              "Getting PSU mode from file \"" + d.sandbox.hostPath("/etc/kd5820m/launcher.cfg") + '"'}));
+        QVERIFY(lines.contains("_sh_psu_val = 1"));
+        QCOMPARE(d.sandbox.readFile("/etc/network/interfaces"), interfaces);
+        QCOMPARE(d.sandbox.readFile("/etc/kd5820m/buttonlevel"), Sandbox::DefaultButtonLevel);
+        for (const char *dir : {"/etc/kd5820m", "/etc/network", "/var/lib/panel-setup"})
+            QVERIFY(QDir(d.sandbox.hostPath(QLatin1String(dir))).entryList({"*.panel-setup-*"}, QDir::Files).isEmpty());
+        QCOMPARE(d.step(P::select(), 9), setupList());
+        QCOMPARE(d.step(P::select(), 3).first(), QString("text 2 0 0  10. 20. 30. 40"));
     }
 };
 

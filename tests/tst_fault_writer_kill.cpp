@@ -224,7 +224,7 @@ private Q_SLOTS:
         for (const char *file : {InterfacesPath, ButtonLevelPath, LauncherPath})
             QCOMPARE(QFileInfo(_root.hostPath(QLatin1String(file))).isSymLink(), symlinked);
         // What the next start removes: the copies of killed saves, nothing else.
-        Setup_Panel::removeSaveLeftovers();
+        Setup_Panel::recoverInterruptedSaves();
         QStringList files = {"buttonlevel", "interfaces", "launcher.cfg"};
         if (symlinked)
             files += files;

@@ -1,5 +1,5 @@
 #include "pages/FontCatalogue.h"
-#include "panel/RuntimeEnv.h"
+#include "base/RuntimeEnv.h"
 #include "support/MessageRecorder.h"
 #include "support/RecordingCallback.h"
 #include "support/StdoutCapture.h"

@@ -1,6 +1,6 @@
 // The daemon's message handler writes what Qt's default handler writes
 // without a message pattern, byte for byte, with one write a line.
-#include "panel/LogOutput.h"
+#include "base/LogOutput.h"
 
 #include <QLoggingCategory>
 #include <QtTest>

@@ -1,3 +1,4 @@
+#include "pages/ButtonLevelFile.h"
 #include "pages/Page_Intensity.h"
 #include "support/MenuEvents.h"
 #include "support/MessageRecorder.h"

@@ -6,10 +6,13 @@
 #include "support/StdoutCapture.h"
 #include "support/TestRoot.h"
 
+#include <QElapsedTimer>
 #include <QtTest>
 
 #include <climits>
+#include <functional>
 #include <memory>
+#include <mutex>
 
 using collector::CollectorMsg;
 using menuevents::pauseTurning;
@@ -127,6 +130,115 @@ struct Fixture
         newLog();
     }
 };
+
+// The controller's side of a network save, run as the controller runs it: the
+// pauses run the event loop (for a tenth of the time asked), and the save, on
+// the save thread, reads the addresses that the controller writes, waits until
+// the test lets it end, as the networking restart keeps it, and reads them
+// again.
+class SaveGate
+{
+public:
+    explicit SaveGate(Fixture &f) : _f(f)
+    {
+        f.cb.setSleepShare(10);
+        f.cb.setSaveAction([this] { save(); });
+        f.cb.setCallHook([this](const QString &line) { called(line); });
+    }
+
+    ~SaveGate()
+    {
+        // A failed test may leave a save waiting: let it go before the gate goes.
+        _mayEnd.release(10);
+        QTRY_VERIFY(!_inSave.loadAcquire());
+        _f.cb.setCallHook({});
+    }
+
+    SaveGate(const SaveGate &) = delete;
+    SaveGate &operator=(const SaveGate &) = delete;
+
+    // Runs input on the event loop 20 ms after the page's call recorded as
+    // line, the first time: "sleep 2000" starts a confirmation screen's pause.
+    void during(const QString &line, std::function<void()> input) { _reactions.insert(line, input); }
+
+    // Lets the waiting save end.
+    void letSaveEnd() { _mayEnd.release(); }
+
+    // The saves begun so far.
+    int started() const
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        return int(_written.size());
+    }
+
+    // The four addresses each save wrote, in order. "never let go" follows
+    // when the save waited 5 s in vain (the event loop was blocked), and
+    // "read again:" with what the save read at its end when that differed.
+    QList<QStringList> written() const
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        return _written;
+    }
+
+private:
+    QStringList addresses() const
+    {
+        QStringList texts;
+        for (const Param_Quad *quad : {&_f.ip, &_f.mask, &_f.broad, &_f.gate})
+            texts << quad->textForSave();
+        return texts;
+    }
+
+    // On the save thread.
+    void save()
+    {
+        _inSave.storeRelease(1);
+        const QStringList first = addresses();
+        {
+            std::lock_guard<std::mutex> lock(_mutex);
+            _written << first;
+        }
+        const bool letGo = _mayEnd.tryAcquire(1, 5000);
+        const QStringList again = addresses();
+        {
+            std::lock_guard<std::mutex> lock(_mutex);
+            if (!letGo)
+                _written.last() << "never let go";
+            if (again != first)
+                _written.last() << "read again:" << again;
+        }
+        _inSave.storeRelease(0);
+    }
+
+    // On the event-loop thread: the page's pauses and drawings.
+    void called(const QString &line)
+    {
+        const auto input = _reactions.take(line);
+        if (input)
+            QTimer::singleShot(20, Qt::PreciseTimer, input);
+    }
+
+    Fixture &_f;
+    QMap<QString, std::function<void()>> _reactions;
+    QSemaphore _mayEnd;
+    QAtomicInt _inSave;
+    mutable std::mutex _mutex;
+    QList<QStringList> _written;
+};
+
+// Deleted on the save thread after the thread has reported back (deleteLater()
+// on a thread without an event loop): the deletion lasts until the gate opens.
+class SlowDeletion : public QObject
+{
+public:
+    explicit SlowDeletion(QSemaphore *gate) : _gate(gate) {}
+    ~SlowDeletion() override { _gate->tryAcquire(1, 5000); }
+
+private:
+    QSemaphore *_gate;
+};
+
+const QStringList pressedAddresses{"193.168.1.10", "255.255.255.0", "192.168.1.255", "192.168.1.1"};
 
 } // namespace
 
@@ -491,6 +603,144 @@ private Q_SLOTS:
         f.enter();
         saveAndWait(f);
         QVERIFY(f.cb.journal().contains("save_network_settings"));
+    }
+
+    // Input during the pauses: held until the flow that pauses has returned.
+
+    void inputDuringTheSaveScreensWaitsForTheFlow()
+    {
+        Fixture f;
+        f.enter();
+        f.choose(0);
+        f.feed(turn(1));
+        f.leaveItem();
+        f.choose(5);
+        f.page->collectorMsg(turn(1));
+        f.leaveItem();
+        f.page->collectorMsg(turn(7));
+        SaveGate gate(f);
+        // A second source of input: while the PSU confirmation holds the
+        // screen, a turn away and back and a select on "Save Changes"; while
+        // "Were Saved:" does, back to the first row, the IP address opened and
+        // turned.
+        gate.during("sleep 2000", [&f] {
+            f.page->collectorMsg(turn(1));
+            f.page->collectorMsg(turn(-1));
+            f.page->collectorMsg(select());
+        });
+        gate.during("sleep 4000", [&f] {
+            f.page->collectorMsg(turn(-7));
+            f.page->collectorMsg(select());
+            f.page->collectorMsg(turn(1));
+        });
+        int beats = 0;
+        QTimer heartbeat;
+        heartbeat.setInterval(10);
+        connect(&heartbeat, &QTimer::timeout, this, [&beats] { ++beats; });
+        heartbeat.start();
+        f.cb.clear();
+        f.feed(select());
+
+        // The flow has returned with the save running, and the event loop runs
+        // while the save waits.
+        QTRY_COMPARE(gate.started(), 1);
+        const int beatsBefore = beats;
+        QTRY_VERIFY(beats >= beatsBefore + 5);
+        gate.letSaveEnd();
+
+        // One save, of the addresses of the press. The input held during the
+        // PSU screen found the page saving; the edit held during "Were Saved:"
+        // comes after the completion has cleared the screen and is pending (the
+        // refresh timer draws its turn once more).
+        const QStringList edited{"text 2 0 0 194.168.  1. 10", "textat 2 0 0 3 0xffffff 0 194",
+                                 "text 2 1 0 ^"};
+        QTRY_COMPARE(f.cb.journal().count(edited.first()), 2);
+        QTest::qWait(300);
+        QCOMPARE(gate.written(), QList<QStringList>{pressedAddresses});
+        QCOMPARE(f.cb.journal(),
+                 QStringList({"text 2 1 0 Dual PSU", "text 2 2 0 Setting Saved:", "text 2 3 0 ",
+                              "text 2 4 0 Enabled", "sleep 2000", "clear 2", "leds 3 -1 0",
+                              "save_network_settings", "leds 3 0 0", "text 2 1 0 Network Params",
+                              "text 2 2 0 Were Saved:", "text 2 3 0 ", "text 2 4 0 193.168.1.10",
+                              "text 2 5 0 255.255.255.0", "text 2 6 0 192.168.1.255",
+                              "text 2 7 0 192.168.1.1", "sleep 4000", "clear 2", "batch 2",
+                              "text 1 0 1 IP Addr", "text 1 7 0 Save Changes",
+                              "text 2 0 0 193.168.  1. 10", "textat 2 0 0 3 0xffffff 0 193",
+                              "text 2 1 0 ^", "leds 3 1 0"})
+                     + edited + edited);
+        QVERIFY(!f.page->isSaving());
+        QCOMPARE(f.page->currentParam(), 0);
+    }
+
+    void secondSaveWritesTheAddressesOfThePress()
+    {
+        Fixture f;
+        f.enter();
+        SaveGate gate(f);
+        for (int save = 1; save <= 2; ++save) {
+            f.choose(0);
+            f.feed(turn(1));
+            f.leaveItem();
+            f.page->collectorMsg(turn(7));
+            f.cb.clear();
+            f.feed(select());
+            QTRY_COMPARE(gate.started(), save);
+            // Whatever changes the editor while the save runs does not reach it.
+            f.ip.setFromDotted("10.0.0.1");
+            gate.letSaveEnd();
+            // The n-th save completes n times.
+            QTRY_COMPARE(f.cb.journal().count("clear 2"), save);
+            QTest::qWait(300);
+            QCOMPARE(f.cb.journal().count("text 2 1 0 Network Params"), save);
+            QCOMPARE(f.cb.journal().count("text 2 4 0 10.0.0.1"), save);
+            QVERIFY(!f.page->isSaving());
+            f.page->collectorMsg(turn(-10));
+        }
+        QCOMPARE(gate.written(), (QList<QStringList>{pressedAddresses,
+                                                     {"11.0.0.1", "255.255.255.0", "192.168.1.255",
+                                                      "192.168.1.1"}}));
+    }
+
+    // A save that starts while the previous save's thread has reported back
+    // but not ended yet starts once it has, the event loop running meanwhile.
+    void saveWhileTheLastSaveThreadEnds()
+    {
+        Fixture f;
+        f.enter();
+        QSemaphore tailMayEnd;
+        QAtomicInt saves;
+        f.cb.setSaveAction([&tailMayEnd, &saves] {
+            if (saves.fetchAndAddOrdered(1) == 0)
+                (new SlowDeletion(&tailMayEnd))->deleteLater();
+        });
+        f.choose(0);
+        f.feed(turn(1));
+        f.leaveItem();
+        saveAndWait(f);
+        f.page->collectorMsg(turn(-10));
+        f.choose(0);
+        f.feed(turn(1));
+        f.leaveItem();
+
+        QElapsedTimer clock;
+        clock.start();
+        f.pick(7);
+        QVERIFY2(clock.elapsed() < 1000, qPrintable(QString::number(clock.elapsed())));
+        int beats = 0;
+        QTimer heartbeat;
+        heartbeat.setInterval(10);
+        connect(&heartbeat, &QTimer::timeout, this, [&beats] { ++beats; });
+        heartbeat.start();
+        QTest::qWait(300);
+        QVERIFY(beats >= 10);
+        QCOMPARE(f.cb.journal(), QStringList("leds 3 -1 0"));
+        QVERIFY(f.page->isSaving());
+
+        tailMayEnd.release();
+        QTRY_COMPARE(f.cb.journal().count("leds 3 0 0"), 2);
+        QCOMPARE(f.cb.journal().mid(0, 3),
+                 (QStringList{"leds 3 -1 0", "save_network_settings", "leds 3 0 0"}));
+        QCOMPARE(f.cb.journal().count("text 2 4 0 194.168.1.10"), 2);
     }
 
     // Font list

@@ -48,7 +48,6 @@ private Q_SLOTS:
         Param_Quad quad(&cb, "IP");
         QCOMPARE(quad.label(), QString("IP"));
         QCOMPARE(quad.currentField(), -1);
-        QCOMPARE(quad.screen(), 2);
         for (int i = 0; i < 4; ++i)
             QCOMPARE(quad.field(i), 0);
         QCOMPARE(quad.text(), QString("0.0.0.0"));
@@ -68,11 +67,10 @@ private Q_SLOTS:
         QCOMPARE(quad.field(3), 10);
 
         quad.setCallback(&other);
-        quad.setScreen(1);
         QVERIFY(quad.setCurrentField(0));
         quad.refresh();
         QCOMPARE(cb.journal(), QStringList());
-        QCOMPARE(other.commands().first(), QString("text 1 0 0 192.168.  1. 10"));
+        QCOMPARE(other.commands().first(), QString("text 2 0 0 192.168.  1. 10"));
     }
 
     void outOfRangeIndexRefused()

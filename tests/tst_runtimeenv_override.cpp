@@ -1,4 +1,4 @@
-#include "panel/RuntimeEnv.h"
+#include "base/RuntimeEnv.h"
 
 #include <QtTest>
 

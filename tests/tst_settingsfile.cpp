@@ -3,11 +3,11 @@
 // hard links, another owner, a read-only directory, a bind-mounted file and a
 // full file system. Each save must leave the final target with the new bytes
 // (the old ones where it cannot), links still links, owner and mode as they
-// were, and nothing beside the files.
+// were, and nothing beside the files nor in the state directory.
 #include "netutil/NetUtil.h"
 #include "pages/ButtonLevelFile.h"
 #include "panel/LauncherConfig.h"
-#include "panel/SettingsFile.h"
+#include "base/SettingsFile.h"
 #include "panel/Setup_Panel.h"
 #include "support/MessageRecorder.h"
 #include "support/PermissionBitsEnforced.h"
@@ -41,6 +41,9 @@ enum Layout {
 };
 
 constexpr uid_t Nobody = 65534;
+
+// Where a save keeps its redo record when the file's directory is not writable.
+const QString StateDir = QStringLiteral("/var/lib/panel-setup");
 
 // In the order QSettings writes: a save changes only the values.
 const QByteArray launcherOld = "[font]\nheight=20\nwidth=10\n\n[psu]\nredundant=0\n\n[setup]\nbutton1=24\nbutton2=25\n";
@@ -207,8 +210,9 @@ private Q_SLOTS:
         _mounts.clear();
         for (const char *dir : {"/etc/network", "/etc/kd5820m"})
             QFile::setPermissions(host(QLatin1String(dir)), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        for (const char *dir : {"/etc", "/mnt"})
+        for (const char *dir : {"/etc", "/mnt", "/var"})
             QVERIFY(QDir(host(QLatin1String(dir))).removeRecursively());
+        QVERIFY(QDir().mkpath(host(StateDir)));
     }
 
     void cleanupTestCase() { init(); }
@@ -329,9 +333,10 @@ private Q_SLOTS:
             QVERIFY(QFileInfo(path).isSymLink());
             QCOMPARE(QFileInfo(links + '/' + name).symLinkTarget(), target);
         }
-        // Nothing beside the files, here or in the flash partition.
+        // Nothing beside the files, here or in the flash partition, and no record.
         QCOMPARE(entries(dir), dirBefore);
         QCOMPARE(entries(flash), flashBefore);
+        QCOMPARE(entries(host(StateDir)), QStringList());
         if (l == BindMount) {
             QVERIFY2(privatemounts::unmount(path, &why), qPrintable(why));
             _mounts.removeOne(path);
@@ -348,6 +353,27 @@ private Q_SLOTS:
         QCOMPARE(_root.readFile("/etc/kd5820m/buttonlevel"), QByteArray("lcd 55\nscr 66\n"));
         QCOMPARE(statOf(host("/etc/kd5820m/buttonlevel")).st_mode & 07777, mode_t(0644));
         QCOMPARE(entries(host("/etc/kd5820m")), QStringList("buttonlevel"));
+    }
+
+    // Without a writable place for its record (a read-only directory and no
+    // state directory) a save goes on as it did before records: in place.
+    void saveWithoutPlaceForRecord()
+    {
+        QVERIFY(QDir(host(StateDir)).removeRecursively());
+        QVERIFY(_root.writeFile("/etc/kd5820m/buttonlevel", "lcd 100\nscr 60\n"));
+        const QString dir = host("/etc/kd5820m");
+        const ino_t inode = statOf(dir + "/buttonlevel").st_ino;
+        QVERIFY(QFile::setPermissions(dir, QFile::ReadOwner | QFile::ExeOwner));
+        {
+            PermissionBitsEnforced enforced;
+            QVERIFY(enforced.isActive());
+            bool ok = false;
+            QCOMPARE(save(ButtonLevel, &ok), QStringList());
+        }
+        QCOMPARE(_root.readFile("/etc/kd5820m/buttonlevel"), QByteArray("lcd 55\nscr 66\n"));
+        QCOMPARE(statOf(dir + "/buttonlevel").st_ino, inode);
+        QCOMPARE(entries(dir), QStringList("buttonlevel"));
+        QVERIFY(!QFileInfo::exists(host(StateDir)));
     }
 
     void linkToMissingFileCreatesTheTarget()
@@ -383,6 +409,10 @@ private Q_SLOTS:
         QTest::newRow("a user's backup") << "interfaces.backup" << false;
         QTest::newRow("an editor's copy") << "interfaces.AbC123" << false;
         QTest::newRow("a lock") << "interfaces.panel-setup-Ab3xY9.lock" << false;
+        QTest::newRow("an unfinished record") << "interfaces.panel-setup-redo-Ab3xY9" << true;
+        QTest::newRow("a record") << "interfaces.panel-setup-redo" << false;
+        QTest::newRow("an unfinished record, five characters") << "interfaces.panel-setup-redo-Ab3xY" << false;
+        QTest::newRow("another file's unfinished record") << "buttonlevel.panel-setup-redo-Ab3xY9" << false;
     }
 
     void leftoverNames()
@@ -404,7 +434,7 @@ private Q_SLOTS:
             QVERIFY(_root.writeFile("/mnt/flashdisk/etc/" + name, oldBytes(kind)));
             QVERIFY(QDir().mkpath(host(QFileInfo(devicePath(kind)).path())));
             QVERIFY(QFile::link(flash + '/' + name, host(devicePath(kind))));
-            for (const char *suffix : {".panel-setup-AbC123", ".panel-setup-9zZ9zz"})
+            for (const char *suffix : {".panel-setup-AbC123", ".panel-setup-9zZ9zz", ".panel-setup-redo-AbC123"})
                 QVERIFY(_root.writeFile("/mnt/flashdisk/etc/" + name + QLatin1String(suffix), "copy"));
             for (const char *suffix : {".backup", ".AbC123", ".panel-setup-AbC123.lock"}) {
                 QVERIFY(_root.writeFile("/mnt/flashdisk/etc/" + name + QLatin1String(suffix), "keep"));
@@ -414,7 +444,7 @@ private Q_SLOTS:
             // Beside the link: not a copy of a save of the target's.
             QVERIFY(_root.writeFile(devicePath(kind) + ".panel-setup-AbC123", "keep"));
         }
-        Setup_Panel::removeSaveLeftovers();
+        Setup_Panel::recoverInterruptedSaves();
         kept.sort();
         QCOMPARE(entries(flash), kept);
         QVERIFY(QFile::exists(host("/etc/network/interfaces.panel-setup-AbC123")));
@@ -440,7 +470,7 @@ private Q_SLOTS:
             QFile file(dir + "/launcher.cfg");
             QVERIFY(file.open(QIODevice::WriteOnly));
         }
-        Setup_Panel::removeSaveLeftovers();
+        Setup_Panel::recoverInterruptedSaves();
         QVERIFY(!QFileInfo::exists(gone));
         QVERIFY(QFileInfo::exists(running + "/launcher.cfg"));
         QVERIFY(QFileInfo::exists(other + "/launcher.cfg"));

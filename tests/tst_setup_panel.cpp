@@ -6,6 +6,7 @@
 #include "FakeCollector.h"
 #include "Sandbox.h"
 #include "buttondriver/KVB_Messages.h"
+#include "support/CuttingFileOperations.h"
 #include "support/MessageRecorder.h"
 #include "support/PanelDaemon.h"
 #include "support/RecordingCallback.h"
@@ -294,12 +295,91 @@ private Q_SLOTS:
         panel._mask_param.setFromDotted("255.0.0.0");
         panel._broadcast_param.setFromDotted("10.255.255.255");
         panel._gateway_param.setFromDotted("0.0.0.0");
+        // The save writes what the editors held when the page started it.
+        for (Param_Quad *editor : {&panel._ip_param, &panel._mask_param, &panel._broadcast_param,
+                                   &panel._gateway_param})
+            editor->keepForSave();
+        panel._ip_param.setFromDotted("10.0.0.3");
         panel.pcb_save_network_settings();
         QCOMPARE(_sandbox->readFile("/etc/network/interfaces"),
                  QByteArray("auto lo\niface lo inet loopback\n\nauto eth0\niface eth0 inet static\n"
                             "address 10.0.0.2\nnetmask 255.0.0.0\nbroadcast 10.255.255.255\n"));
         QCOMPARE(_sandbox->calls(), QStringList({"networking restart", "sync"}));
         QVERIFY(!_sandbox->exists(Sandbox::StartFlagPath));
+    }
+
+    // A power cut at any file operation of the network save, and the next
+    // boot: the recovery, then the controller reading the interfaces file.
+    // The device has the old or the new address, and enters setup mode (the
+    // start flag) whenever that is no address. Every operation of the file's
+    // save comes before the networking restart and the removal of the flag.
+    void networkSaveCutAnywhere_data()
+    {
+        QTest::addColumn<QByteArray>("oldFile");
+        QTest::addColumn<bool>("flag");
+        QTest::addColumn<QString>("oldAddress");
+        QTest::addColumn<QString>("newAddress");
+        QTest::newRow("first address") << QByteArray("auto lo\niface lo inet loopback\n") << true << "0.0.0.0"
+                                       << "10.0.0.2";
+        QTest::newRow("address changed") << Sandbox::DefaultInterfaces << false << "192.168.1.10" << "10.0.0.2";
+        QTest::newRow("address removed") << Sandbox::DefaultInterfaces << false << "192.168.1.10" << "0.0.0.0";
+    }
+
+    void networkSaveCutAnywhere()
+    {
+        QFETCH(QByteArray, oldFile);
+        QFETCH(bool, flag);
+        QFETCH(QString, oldAddress);
+        QFETCH(QString, newAddress);
+        MessageRecorder quiet; // every boot logs its start
+        int oldBoots = 0, newBoots = 0; // after a cut
+        for (int allowed = 0;; ++allowed) {
+            init();
+            QVERIFY(_sandbox->writeFile("/etc/network/interfaces", oldFile));
+            if (flag)
+                QVERIFY(_sandbox->writeFile(Sandbox::StartFlagPath, QByteArray()));
+            QCOMPARE(_sandbox->exists(Sandbox::StartFlagPath), flag);
+            bool completed = false;
+            bool inOrder = true;
+            {
+                Setup_Panel panel("setup_script");
+                panel._ip_param.setFromDotted(newAddress);
+                panel._mask_param.setFromDotted("255.0.0.0");
+                panel._broadcast_param.setFromDotted("10.255.255.255");
+                panel._gateway_param.setFromDotted("10.0.0.1");
+                const bool flagBefore = _sandbox->exists(Sandbox::StartFlagPath);
+                CuttingFileOperations cuts(allowed);
+                cuts.beforeEach = [&] {
+                    inOrder = inOrder && _sandbox->calls().isEmpty()
+                              && _sandbox->exists(Sandbox::StartFlagPath) == flagBefore;
+                };
+                panel.pcb_save_network_settings();
+                completed = !cuts.cut();
+                if (!completed) {
+                    // The power went at the cut: what followed it never happened.
+                    if (flagBefore)
+                        QVERIFY(_sandbox->writeFile(Sandbox::StartFlagPath, QByteArray()));
+                    _sandbox->clearCalls();
+                }
+            }
+            QVERIFY2(inOrder, qPrintable(QStringLiteral("cut after %1 operations").arg(allowed)));
+
+            Setup_Panel::recoverInterruptedSaves();
+            Setup_Panel booted("setup_script");
+            const QString address = booted._ip_param.text();
+            const QString where = QStringLiteral("cut after %1 operations: %2").arg(allowed).arg(address);
+            QVERIFY2(address == oldAddress || address == newAddress, qPrintable(where));
+            if (address == QLatin1String("0.0.0.0"))
+                QVERIFY2(_sandbox->exists(Sandbox::StartFlagPath), qPrintable(where));
+            if (completed) {
+                QCOMPARE(address, newAddress);
+                QCOMPARE(_sandbox->calls(), QStringList({"networking restart", "sync"}));
+                break;
+            }
+            (address == oldAddress ? oldBoots : newBoots) += 1;
+        }
+        // Cuts fell before and after the point where the save commits.
+        QVERIFY(oldBoots > 0 && newBoots > 0);
     }
 
     void takeOverFontSavesUserFontAndForces8x13()

@@ -1,7 +1,7 @@
 // The trust checks' pieces: user ids, the listener's owner from the kernel's
 // socket tables, trusted files and escaped log text. Switching the checks on
 // and off is tested through the daemon (tst_e2e_security).
-#include "panel/TrustChecks.h"
+#include "base/TrustChecks.h"
 
 #include "support/MessageRecorder.h"
 

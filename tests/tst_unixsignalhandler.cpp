@@ -4,6 +4,8 @@
 #include <QtTest>
 
 #include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
 
 using unixsignalhandler::UnixSignalHandler;
 
@@ -30,6 +32,17 @@ private:
     {
         struct sigaction current = {};
         return sigaction(sig, nullptr, &current) == 0 && current.sa_handler == SIG_DFL;
+    }
+
+    // The descriptors this process has open (below 1024).
+    static QSet<int> openDescriptors()
+    {
+        QSet<int> fds;
+        for (int fd = 0; fd < 1024; ++fd) {
+            if (fcntl(fd, F_GETFD) != -1)
+                fds.insert(fd);
+        }
+        return fds;
     }
 
 private Q_SLOTS:
@@ -179,6 +192,32 @@ private Q_SLOTS:
         QCOMPARE(raise(SIGUSR2), 0);
         QTRY_COMPARE(calls, 1);
         QVERIFY(isDefaultAction(SIGUSR2));
+    }
+
+    // Both ends of the socket pair are closed on exec: a program started
+    // while the handler exists inherits neither.
+    void childInheritsNeitherEnd()
+    {
+        const QSet<int> before = openDescriptors();
+        UnixSignalHandler handler;
+        const QSet<int> pair = openDescriptors() - before;
+        QCOMPARE(pair.size(), 2);
+        QStringList numbers;
+        for (const int fd : pair) {
+            char target[64] = {};
+            const QByteArray link = QByteArray("/proc/self/fd/") + QByteArray::number(fd);
+            QVERIFY(readlink(link.constData(), target, sizeof target - 1) > 0);
+            QVERIFY2(QByteArray(target).startsWith("socket:["), target);
+            numbers << QString::number(fd);
+        }
+        QProcess child;
+        child.start(QStringLiteral("/bin/sh"),
+                    {QStringLiteral("-c"),
+                     QStringLiteral("for fd in %1; do if [ -e /proc/$$/fd/$fd ]; then echo inherited $fd; fi; done")
+                         .arg(numbers.join(QLatin1Char(' ')))});
+        QVERIFY(child.waitForFinished(10000));
+        QCOMPARE(child.exitCode(), 0);
+        QCOMPARE(child.readAllStandardOutput(), QByteArray());
     }
 
     void destructionEmptiesTheTable()

@@ -1,6 +1,6 @@
-#include "UnixSignalHandler.h"
+#include "unixsignalhandler/UnixSignalHandler.h"
 
-#include "panel/DebugFormat.h"
+#include "base/DebugFormat.h"
 
 #include <QDebug>
 #include <QSocketNotifier>
@@ -28,7 +28,7 @@ QMap<int, QString> UnixSignalHandler::_signalNames = {
 UnixSignalHandler::UnixSignalHandler(QObject *parent)
     : QObject(parent)
 {
-    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, _signalFds))
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, _signalFds))
         qFatal("Couldn't create signalsFd socketpair");
     _notifier = new QSocketNotifier(_signalFds[1], QSocketNotifier::Read, this);
     // This signature exists on Qt 5.15 and Qt 6 alike; the overloads make a

@@ -1,4 +1,4 @@
-# 64-bit ARM (Debian arm64). README: "Cross-building".
+# 64-bit ARM (Debian arm64). See docs/cross-building.md.
 set(PANEL_SETUP_TRIPLET aarch64-linux-gnu)
 set(PANEL_SETUP_DEB_ARCH arm64)
 set(PANEL_SETUP_PROCESSOR aarch64)

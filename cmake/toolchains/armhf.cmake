@@ -1,4 +1,4 @@
-# 32-bit ARM with hardware floating point (Debian armhf). README: "Cross-building".
+# 32-bit ARM with hardware floating point (Debian armhf). See docs/cross-building.md.
 set(PANEL_SETUP_TRIPLET arm-linux-gnueabihf)
 set(PANEL_SETUP_DEB_ARCH armhf)
 set(PANEL_SETUP_PROCESSOR arm)

@@ -1,12 +1,12 @@
 #!/bin/sh
 # Builds the Debian package of a build directory with cpack and checks it: the
-# exact file list with modes, that README.md documents every file, the control
+# exact file list with modes, that the deployment guide documents every file, the control
 # fields (architecture of the daemon's ELF machine, library dependencies,
 # conffiles), the paths inside the service files, lintian (no error and no
 # warning), and a simulated install.
-# Usage: check-deb.sh BUILD_DIR CPACK_COMMAND README INSTALL_PREFIX
+# Usage: check-deb.sh BUILD_DIR CPACK_COMMAND DEPLOYMENT_GUIDE INSTALL_PREFIX
 set -u
-build_dir=$1 cpack=$2 readme=$3 prefix=$4
+build_dir=$1 cpack=$2 guide=$3 prefix=$4
 
 fail() { echo "FAIL: $*"; exit 1; }
 
@@ -34,13 +34,16 @@ drwxr-xr-x ./etc/default/
 -rw-r--r-- ./etc/default/panel-setup
 drwxr-xr-x ./etc/init.d/
 -rwxr-xr-x ./etc/init.d/panel-setup
+-rwxr-xr-x ./etc/init.d/panel-setup-recover
 drwxr-xr-x ./usr/
 drwxr-xr-x ./usr/lib/
 drwxr-xr-x ./usr/lib/systemd/
 drwxr-xr-x ./usr/lib/systemd/system/
+-rw-r--r-- ./usr/lib/systemd/system/panel-setup-recover.service
 -rw-r--r-- ./usr/lib/systemd/system/panel-setup.service
 drwxr-xr-x ./usr/sbin/
 -rwxr-xr-x ./usr/sbin/panel-setup
+-rwxr-xr-x ./usr/sbin/panel-setup-recover
 -rwxr-xr-x ./usr/sbin/setup_script
 drwxr-xr-x ./usr/share/
 drwxr-xr-x ./usr/share/doc/
@@ -49,14 +52,18 @@ drwxr-xr-x ./usr/share/doc/panel-setup/
 -rw-r--r-- ./usr/share/doc/panel-setup/copyright
 drwxr-xr-x ./usr/share/man/
 drwxr-xr-x ./usr/share/man/man8/
+-rw-r--r-- ./usr/share/man/man8/panel-setup-recover.8.gz
 -rw-r--r-- ./usr/share/man/man8/panel-setup.8.gz
 -rw-r--r-- ./usr/share/man/man8/setup_script.8.gz
+drwxr-xr-x ./var/
+drwxr-xr-x ./var/lib/
+drwxr-xr-x ./var/lib/panel-setup/
 EOF
 diff -u "$work/expected" "$work/files" || fail "file list differs (- expected, + package)"
 
-# Every file (not directory) of the package is named in the README.
+# Every file (not directory) of the package is named in the deployment guide.
 for path in $(awk '$1 !~ /^d/ { sub(/^\./, "", $2); print $2 }' "$work/expected"); do
-    grep -qF "$path" "$readme" || fail "$path is not documented in README.md"
+    grep -qF "$path" "$guide" || fail "$path is not documented in $guide"
 done
 
 field() { dpkg-deb -f "$deb" "$1"; }
@@ -85,6 +92,7 @@ done
 
 dpkg-deb -e "$deb" "$work/control"
 [ "$(cat "$work/control/conffiles")" = "/etc/init.d/panel-setup
+/etc/init.d/panel-setup-recover
 /etc/default/panel-setup" ] || fail "conffiles: $(cat "$work/control/conffiles")"
 for script in postinst prerm postrm; do
     [ -x "$work/control/$script" ] || fail "$script is missing or not executable"
@@ -103,16 +111,28 @@ grep -qx 'DAEMON=/usr/sbin/panel-setup' "$init" || fail "init script: DAEMON"
 grep -qx 'SETUP_SCRIPT=/usr/sbin/setup_script' "$init" || fail "init script: SETUP_SCRIPT"
 grep -q '^# Should-Start: .* kd5820m-collector kd5820m-buttondriver$' "$init" || fail "init script: Should-Start"
 sh -n "$init" || fail "init script has a syntax error"
-# systemd's own parser; the daemon and its manual pages are not installed
+grep -qx 'StateDirectory=panel-setup' "$unit" || fail "unit: StateDirectory"
+# The boot's recovery: early, before networking and the daemon.
+recover_unit=$work/root/usr/lib/systemd/system/panel-setup-recover.service
+recover_init=$work/root/etc/init.d/panel-setup-recover
+grep -qx 'ExecStart=/usr/sbin/panel-setup-recover' "$recover_unit" || fail "recovery unit: ExecStart"
+grep -qx 'Type=oneshot' "$recover_unit" || fail "recovery unit: Type"
+grep -qx 'DefaultDependencies=no' "$recover_unit" || fail "recovery unit: DefaultDependencies"
+grep -qx 'After=local-fs.target' "$recover_unit" || fail "recovery unit: After"
+grep -q '^Before=.* networking.service panel-setup.service' "$recover_unit" || fail "recovery unit: Before"
+grep -qx 'RECOVER=/usr/sbin/panel-setup-recover' "$recover_init" || fail "recovery init script: RECOVER"
+sh -n "$recover_init" || fail "recovery init script has a syntax error"
+# systemd's own parser; the programs and their manual pages are not installed
 # here, so they are not found.
 if command -v systemd-analyze >/dev/null; then
-    complaints=$(systemd-analyze verify "$unit" 2>&1 |
-        grep -v -e 'Command /usr/sbin/panel-setup is not executable' -e "Command 'man \(panel-setup\|setup_script\)(8)' failed")
+    complaints=$(systemd-analyze verify "$unit" "$recover_unit" 2>&1 |
+        grep -v -e 'Command /usr/sbin/panel-setup\(-recover\)\? is not executable' \
+            -e "Command 'man \(panel-setup\|panel-setup-recover\|setup_script\)(8)' failed")
     [ -z "$complaints" ] || fail "systemd-analyze verify: $complaints"
 fi
 
 # Debian's package checker at its default level: no error, no warning. The
-# informational tags that remain are named in README.md.
+# informational tags that remain are named in the deployment guide.
 lintian --allow-root --no-tag-display-limit "$deb" >"$work/lintian.log" 2>&1
 lintian_status=$?
 cat "$work/lintian.log"

@@ -18,7 +18,8 @@ inherit qt6-cmake systemd update-rc.d
 DEPENDS = "qtbase"
 
 # Every CMake option of the project, in the order of its CMakeLists.txt files.
-# Not used here (developer builds only): PANEL_SETUP_SANITIZE PANEL_SETUP_FUZZ
+# Not used here (developer builds only): PANEL_SETUP_SANITIZE
+# PANEL_SETUP_SANITIZE_THREAD PANEL_SETUP_FUZZ
 # PANEL_SETUP_BUILD_BENCH PANEL_SETUP_SOAK PANEL_SETUP_SOAK_EVENTS
 # PANEL_SETUP_SOAK_KILL_CYCLES PANEL_SETUP_SOAK_RESTART_CYCLES
 # PANEL_SETUP_PYTHON3 (the browser test's interpreter)
@@ -34,7 +35,20 @@ EXTRA_OECMAKE = " \
     -DPANEL_SETUP_DRIVER_SERVICE=kd5820m-buttondriver \
 "
 
-SYSTEMD_SERVICE:${PN} = "panel-setup.service"
-INITSCRIPT_NAME = "panel-setup"
+SYSTEMD_SERVICE:${PN} = "panel-setup.service panel-setup-recover.service"
+
+# The init scripts: one a package for update-rc.d, so the boot's recovery of
+# interrupted settings saves has a package of its own.
+PACKAGES =+ "${PN}-recover"
+FILES:${PN}-recover = "${sysconfdir}/init.d/panel-setup-recover"
+RDEPENDS:${PN}-recover = "${PN}"
+RRECOMMENDS:${PN} = "${PN}-recover"
+ALLOW_EMPTY:${PN}-recover = "1"
+INITSCRIPT_PACKAGES = "${PN} ${PN}-recover"
+INITSCRIPT_NAME:${PN} = "panel-setup"
 # Starts late (90), after the collector and the button driver; stops early (10).
-INITSCRIPT_PARAMS = "defaults 90 10"
+INITSCRIPT_PARAMS:${PN} = "defaults 90 10"
+INITSCRIPT_NAME:${PN}-recover = "panel-setup-recover"
+# In runlevel S once the local file systems are mounted read-write, before
+# networking; check the numbers against the image's own scripts.
+INITSCRIPT_PARAMS:${PN}-recover = "start 38 S ."

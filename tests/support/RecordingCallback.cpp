@@ -3,7 +3,9 @@
 #include "CommandText.h"
 
 #include <QCoreApplication>
+#include <QEventLoop>
 #include <QMutexLocker>
+#include <QTimer>
 
 QString RecordingCallback::describe(const QByteArray &msg)
 {
@@ -64,6 +66,8 @@ void RecordingCallback::pcb_exit_setup()
 
 void RecordingCallback::pcb_save_network_settings()
 {
+    if (_saveAction)
+        _saveAction();
     record({QStringLiteral("save_network_settings")});
 }
 
@@ -85,13 +89,20 @@ void RecordingCallback::pcb_poweroff()
 void RecordingCallback::pcb_sleep(int msecs)
 {
     bool process;
+    int share;
     {
         QMutexLocker lock(&_mutex);
         process = _processEventsInSleep;
+        share = _sleepShare;
     }
     record({QStringLiteral("sleep %1").arg(msecs)});
     if (process)
         QCoreApplication::processEvents();
+    if (share > 0) {
+        QEventLoop pause;
+        QTimer::singleShot(msecs * share / 100, Qt::PreciseTimer, &pause, &QEventLoop::quit);
+        pause.exec();
+    }
 }
 
 void RecordingCallback::pcb_update_font_dimensions(int width, int height)
@@ -193,6 +204,17 @@ void RecordingCallback::setProcessEventsInSleep(bool process)
 {
     QMutexLocker lock(&_mutex);
     _processEventsInSleep = process;
+}
+
+void RecordingCallback::setSleepShare(int percent)
+{
+    QMutexLocker lock(&_mutex);
+    _sleepShare = percent;
+}
+
+void RecordingCallback::setSaveAction(std::function<void()> action)
+{
+    _saveAction = std::move(action);
 }
 
 void RecordingCallback::setCallHook(std::function<void(const QString &)> hook)

@@ -64,6 +64,17 @@ public:
     void setSendResult(bool result);
     // When set, pcb_sleep processes pending events once (it never really sleeps).
     void setProcessEventsInSleep(bool process);
+    // Above 0: pcb_sleep runs the event loop for that share, in percent, of
+    // the time asked, as the controller's pause runs it for 110 %, so that
+    // timers and input reach the pages meanwhile.
+    void setSleepShare(int percent);
+    // Runs on the calling thread (the save thread) when the page asks for the
+    // network save, before the call is recorded: e.g. to read what the
+    // controller's save reads and to hold the save. Set it while no save
+    // runs: the save thread reads it without the lock, so that a save does not
+    // synchronise with the test meanwhile and hide a data race from
+    // ThreadSanitizer.
+    void setSaveAction(std::function<void()> action);
     // Called (outside the lock) after each recorded call with its journal
     // line ("batch <n>" for a batch), e.g. to react to a save from the thread.
     void setCallHook(std::function<void(const QString &)> hook);
@@ -80,7 +91,9 @@ private:
     int _fontHeight = 13;
     bool _sendResult = true;
     bool _processEventsInSleep = false;
+    int _sleepShare = 0;
     std::function<void(const QString &)> _hook;
+    std::function<void()> _saveAction; // not under _mutex, see setSaveAction()
 };
 
 #endif // RECORDINGCALLBACK_H

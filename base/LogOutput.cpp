@@ -1,4 +1,4 @@
-#include "LogOutput.h"
+#include "base/LogOutput.h"
 
 #include <QLoggingCategory>
 #if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)

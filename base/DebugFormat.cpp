@@ -1,4 +1,4 @@
-#include "DebugFormat.h"
+#include "base/DebugFormat.h"
 
 QString debugListForm(const QStringList &list)
 {

@@ -1,4 +1,4 @@
-#include "TrustChecks.h"
+#include "base/TrustChecks.h"
 
 #include <QAbstractSocket>
 #include <QDebug>
@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstddef>
 #include <cstring>
 #include <sys/stat.h>
 
@@ -37,7 +38,7 @@ QByteArray procForm(const QHostAddress &address, bool ipv6)
     QByteArray text;
     for (int word = 0; word < size / 4; ++word) {
         quint32 value;
-        memcpy(&value, bytes + 4 * word, sizeof value);
+        memcpy(&value, bytes + std::ptrdiff_t(4) * word, sizeof value);
         text += QByteArray::number(value, 16).rightJustified(8, '0').toUpper();
     }
     return text;
@@ -74,10 +75,8 @@ const std::vector<uint> &trustedUids()
 
 bool isTrusted(uint uid)
 {
-    for (const uint trusted : trustedUids())
-        if (trusted == uid)
-            return true;
-    return false;
+    const std::vector<uint> &uids = trustedUids();
+    return std::find(uids.cbegin(), uids.cend(), uid) != uids.cend();
 }
 
 std::vector<uint> parseUids(const QString &text)

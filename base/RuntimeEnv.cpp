@@ -1,6 +1,6 @@
-#include "RuntimeEnv.h"
+#include "base/RuntimeEnv.h"
+#include "base/DevicePaths.h"
 
-#include <QByteArray>
 #include <QtGlobal>
 
 namespace runtimeenv {
@@ -29,13 +29,13 @@ QString path(const QString &devicePath)
 
 quint16 collectorPort()
 {
-    static const quint16 port = portFromEnv("PANEL_SETUP_COLLECTOR_PORT", 3355);
+    static const quint16 port = portFromEnv("PANEL_SETUP_COLLECTOR_PORT", devicepaths::CollectorPort);
     return port;
 }
 
 quint16 driverPort()
 {
-    static const quint16 port = portFromEnv("PANEL_SETUP_DRIVER_PORT", 3003);
+    static const quint16 port = portFromEnv("PANEL_SETUP_DRIVER_PORT", devicepaths::DriverPort);
     return port;
 }
 

@@ -1,9 +1,0 @@
-#include "SystemCommand.h"
-
-#include <cstdlib>
-
-void runCommand(const QString &command)
-{
-    const int status = std::system(command.toLatin1().constData());
-    static_cast<void>(status);
-}
