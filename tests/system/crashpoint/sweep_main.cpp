@@ -27,14 +27,16 @@
 //   state PATH                      each state's copy, which the checks change
 //   versions DIR                    DIR/marks (one mark a line); DIR/vK/FILE, the
 //                                   files at mark K; DIR/meta.FILE, "uid:gid mode
-//                                   links" before the saves; DIR/dir.FILE, the
-//                                   names in the file's directory before them
+//                                   links" before the saves
 //   mount TYPE OPTIONS DIR          how and where a state is mounted
 //   bind SOURCE TARGET              SOURCE (in the mounted state) over TARGET
 //   file NAME DISKPATH DEVICEPATH [READER...]
 //                                   a settings file, where it is in the state and
 //                                   on the device, and its reader
 //   hardlink NAME DISKPATH          another name the file keeps
+//   watch NAME DIR LISTING          a directory where a save of the file puts
+//                                   things (beside its link, its target, the
+//                                   state directory); LISTING, its names before
 //   variant NAME [COMMAND...]       run on the image before it is mounted
 //   recover COMMAND...              run on every mounted state
 //   cleanup COMMAND...              run when something is beside the files
@@ -74,7 +76,8 @@ struct File
     std::string reader;
     std::string hardlink;
     std::string meta;                    // before the saves
-    std::vector<std::string> directory; // before the saves
+    // Directories a save puts things in, with their names before the saves.
+    std::vector<std::pair<std::string, std::vector<std::string>>> watched;
     std::vector<std::string> versions;  // the bytes at each mark
     std::vector<std::string> readings;  // the reader's output on them
 };
@@ -176,6 +179,16 @@ Config readConfig(const std::string &path)
             for (File &f : c.files)
                 if (f.name == name)
                     f.hardlink = disk;
+        } else if (key == "watch") {
+            std::string name, dir, listingPath, text;
+            args >> name >> dir >> listingPath;
+            if (!readFile(listingPath, &text))
+                die(systemError(listingPath));
+            std::vector<std::string> names = lines(text);
+            std::sort(names.begin(), names.end());
+            for (File &f : c.files)
+                if (f.name == name)
+                    f.watched.emplace_back(dir, names);
         } else if (key == "variant") {
             Variant v;
             args >> v.name;
@@ -291,11 +304,6 @@ std::vector<std::string> listing(const std::string &dir)
     return names;
 }
 
-std::string directoryOf(const std::string &path)
-{
-    return path.substr(0, path.rfind('/'));
-}
-
 std::string metaOf(const struct stat &st)
 {
     char text[64];
@@ -326,10 +334,6 @@ public:
             if (!readFile(_c.versions + "/meta." + f.name, &text))
                 die(systemError(_c.versions + "/meta." + f.name));
             f.meta = trimmed(text);
-            if (!readFile(_c.versions + "/dir." + f.name, &text))
-                die(systemError(_c.versions + "/dir." + f.name));
-            f.directory = lines(text);
-            std::sort(f.directory.begin(), f.directory.end());
             for (std::size_t k = 0; k < _c.marks.size(); ++k) {
                 const std::string path = _c.versions + "/v" + std::to_string(k) + "/" + f.name;
                 if (!readFile(path, &text))
@@ -513,8 +517,11 @@ private:
         }
 
         // What a save left beside the files must be gone once the cleanup ran.
-        const auto leftBeside = [this](const File &f) {
-            return listing(directoryOf(_c.mountDir + "/" + f.diskPath)) != f.directory;
+        const auto leftBeside = [](const File &f) {
+            for (const auto &dir : f.watched)
+                if (listing(dir.first) != dir.second)
+                    return true;
+            return false;
         };
         std::vector<bool> beside;
         for (const File &f : _c.files)
@@ -567,9 +574,11 @@ private:
         if (_c.examples.empty() || _examples["left " + variant + " " + f.name]++ >= 3)
             return;
         std::ofstream out(_c.examples + "/left-" + variant + "-" + f.name + "-" + std::to_string(entry));
-        for (const std::string &name : listing(directoryOf(_c.mountDir + "/" + f.diskPath))) {
-            if (!std::binary_search(f.directory.begin(), f.directory.end(), name))
-                out << name << '\n';
+        for (const auto &dir : f.watched) {
+            for (const std::string &name : listing(dir.first)) {
+                if (!std::binary_search(dir.second.begin(), dir.second.end(), name))
+                    out << dir.first << '/' << name << '\n';
+            }
         }
         // vfat turns read-only when it meets an error, and nothing is removed.
         struct statvfs fs = {};
