@@ -195,29 +195,23 @@ private Q_SLOTS:
     }
 
     // Both ends of the socket pair are closed on exec: a program started
-    // while the handler exists inherits neither.
-    void childInheritsNeitherEnd()
+    // while the handler exists inherits neither. The flag is read directly
+    // because a child cannot be started under qemu-user, where this test also runs.
+    void bothEndsAreClosedOnExec()
     {
         const QSet<int> before = openDescriptors();
         UnixSignalHandler handler;
         const QSet<int> pair = openDescriptors() - before;
         QCOMPARE(pair.size(), 2);
-        QStringList numbers;
         for (const int fd : pair) {
             char target[64] = {};
             const QByteArray link = QByteArray("/proc/self/fd/") + QByteArray::number(fd);
             QVERIFY(readlink(link.constData(), target, sizeof target - 1) > 0);
             QVERIFY2(QByteArray(target).startsWith("socket:["), target);
-            numbers << QString::number(fd);
+            const int flags = fcntl(fd, F_GETFD);
+            QVERIFY(flags >= 0);
+            QVERIFY2(flags & FD_CLOEXEC, link.constData());
         }
-        QProcess child;
-        child.start(QStringLiteral("/bin/sh"),
-                    {QStringLiteral("-c"),
-                     QStringLiteral("for fd in %1; do if [ -e /proc/$$/fd/$fd ]; then echo inherited $fd; fi; done")
-                         .arg(numbers.join(QLatin1Char(' ')))});
-        QVERIFY(child.waitForFinished(10000));
-        QCOMPARE(child.exitCode(), 0);
-        QCOMPARE(child.readAllStandardOutput(), QByteArray());
     }
 
     void destructionEmptiesTheTable()
