@@ -75,11 +75,18 @@ QString finalTarget(const QString &path);
 
 // The copies and unfinished records that killed saves of this program left
 // beside the final target of path (named "<name>.panel-setup-XXXXXX" and
-// "<name>.panel-setup-redo-XXXXXX"); nothing else is touched.
+// "<name>.panel-setup-redo-XXXXXX"); nothing else is touched. On vfat also
+// such an entry known to the disk only by its short name ("INTERF~1.PAN"):
+// a power cut can keep the short entry of a new name and lose its long one.
+// No whole record is ever in that state: its directory is synced before the
+// file it names is touched.
 void removeLeftovers(const QString &path);
 
-// What removeLeftovers() takes for such a copy of a file named name.
-bool isLeftoverOf(const QString &name, const QString &entry);
+enum class Names { Long, LongAndShort };
+
+// What removeLeftovers() takes for such a copy of a file named name; with
+// LongAndShort, the short names vfat gives them too.
+bool isLeftoverOf(const QString &name, const QString &entry, Names names = Names::Long);
 
 // What a save stores as its redo record for the settings file at devicePath.
 QByteArray redoRecord(const QString &devicePath, const QByteArray &bytes);
