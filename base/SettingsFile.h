@@ -14,8 +14,9 @@
 //
 // A save replaces the final target of the links. Where it can, it writes a
 // copy beside the target (same owner, group and mode), syncs it, renames it
-// over the target and syncs the directory: a kill or power cut leaves the old
-// or the new bytes. Where a rename is impossible or would break the layout
+// over the target, syncs it again under the new name (vfat writes the new
+// name's directory entry only then) and syncs the directory: a kill or power
+// cut leaves the old or the new bytes. Where a rename is impossible or would break the layout
 // (read-only directory, a mount point, more than one hard link, an owner the
 // process cannot give the copy) it writes in place: space reserved first, so a
 // full file system leaves the old bytes, then written, truncated and synced.
@@ -25,8 +26,8 @@
 // the disk without its change of size, and on vfat the allocation table is
 // written after the directory. So a save of one of the three settings files
 // first stores a redo record: the file's device path, the new bytes and their
-// SHA-256, written under a temporary name, synced, renamed and its directory
-// synced. Only then is the file touched; once the new bytes and the file
+// SHA-256, written under a temporary name, synced, renamed, synced again and
+// its directory synced. Only then is the file touched; once the new bytes and the file
 // system's metadata are on the medium (fsync, syncfs) the record is removed.
 // recoverPending(), run at boot and at the daemon's start, completes the save
 // of every whole record and drops every torn one (the file was not touched
