@@ -23,9 +23,6 @@ QString path(const QString &builtPath);
 // The launcher's words; empty when the programs run directly.
 QStringList launcher();
 
-// Whether the programs run under a launcher (an emulator).
-inline bool isLaunched() { return !launcher().isEmpty(); }
-
 // The whole command for program (a path() already): the launcher's words, then program.
 QStringList commandLine(const QString &program);
 
