@@ -14,6 +14,7 @@
 #include "support/PermissionBitsEnforced.h"
 #include "support/PrivateMounts.h"
 #include "support/TestRoot.h"
+#include "TargetProgram.h"
 
 #include <QDir>
 #include <QFile>
@@ -531,7 +532,7 @@ private Q_SLOTS:
         for (int run = 0; run < 2; ++run) {
             QProcess program;
             program.setProcessChannelMode(QProcess::MergedChannels);
-            program.start(QStringLiteral(PANEL_SETUP_RECOVER_BINARY), QStringList());
+            targetprogram::start(program, targetprogram::path(QStringLiteral(PANEL_SETUP_RECOVER_BINARY)));
             QVERIFY(program.waitForFinished(10000));
             QCOMPARE(program.exitStatus(), QProcess::NormalExit);
             QCOMPARE(program.exitCode(), 0);
