@@ -266,6 +266,21 @@ private Q_SLOTS:
         QVERIFY(oldKept > 0 && replayed > 0);
     }
 
+    // The file operations of a whole save of the new bytes over the old ones.
+    QStringList trailOfSave(Layout layout, Files *files)
+    {
+        setUp(layout, shortText, files);
+        QStringList trail;
+        asDaemon(layout, [&] {
+            CuttingFileOperations uncut;
+            const settingsfile::SaveResult result = settingsfile::save(files->path, longText);
+            trail = uncut.trail();
+            if (result != settingsfile::SaveResult::Saved)
+                trail << QStringLiteral("save failed");
+        });
+        return trail;
+    }
+
     // Where the record lies once it is whole and the file is still untouched,
     // and what it holds.
     void recordPlaceAndBytes_data()
@@ -283,13 +298,7 @@ private Q_SLOTS:
         QFETCH(QString, record);
         const Layout l = Layout(layout);
         Files files;
-        setUp(l, shortText, &files);
-        QStringList trail;
-        asDaemon(l, [&] {
-            CuttingFileOperations uncut;
-            QCOMPARE(settingsfile::save(files.path, longText), settingsfile::SaveResult::Saved);
-            trail = uncut.trail();
-        });
+        const QStringList trail = trailOfSave(l, &files);
         // Up to the record's rename, its sync under the new name and the sync of its directory.
         const int renamed = trail.indexOf("rename " + host(record));
         QVERIFY2(renamed >= 0, qPrintable(trail.join(", ")));
@@ -317,13 +326,7 @@ private Q_SLOTS:
     void atomicSaveOrder()
     {
         Files files;
-        setUp(Plain, shortText, &files);
-        QStringList trail;
-        asDaemon(Plain, [&] {
-            CuttingFileOperations uncut;
-            QCOMPARE(settingsfile::save(files.path, longText), settingsfile::SaveResult::Saved);
-            trail = uncut.trail();
-        });
+        const QStringList trail = trailOfSave(Plain, &files);
         const QString dir = host("/etc/network");
         const QString record = dir + "/interfaces.panel-setup-redo";
         QVERIFY2(trail.size() == 18, qPrintable(trail.join(", ")));
