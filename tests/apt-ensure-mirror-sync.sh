@@ -9,23 +9,8 @@
 # nothing is installed and nobody waits. Usage: apt-ensure-mirror-sync.sh APT_ENSURE
 set -eu
 apt_ensure=$1
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT INT TERM
-
-fail() {
-    echo "FAILED: $1"
-    sed 's/^/  | /' "$work/out"
-    exit 1
-}
-
-mkdir "$work/bin"
-for tool in cat dirname env grep head mktemp rm sed tail; do
-    ln -s "$(command -v $tool)" "$work/bin/$tool"
-done
-stub() {
-    printf '#!/bin/sh\n%s\n' "$2" >"$work/bin/$1"
-    chmod +x "$work/bin/$1"
-}
+STUBBED_TOOLS="cat dirname env grep head mktemp rm sed tail"
+. "$(dirname "$0")/stubbed-path.sh"
 stub id 'echo 0'
 stub date 'echo 1000'
 stub dpkg-query 'exit 1'

@@ -7,23 +7,8 @@
 # installed, as root or not. Usage: install-deps-no-root.sh INSTALL_DEPS
 set -eu
 install_deps=$1
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT INT TERM
-
-fail() {
-    echo "FAILED: $1"
-    sed 's/^/  | /' "$work/out"
-    exit 1
-}
-
-mkdir "$work/bin"
-for tool in dirname grep; do
-    ln -s "$(command -v $tool)" "$work/bin/$tool"
-done
-stub() {
-    printf '#!/bin/sh\n%s\n' "$2" >"$work/bin/$1"
-    chmod +x "$work/bin/$1"
-}
+STUBBED_TOOLS="dirname grep"
+. "$(dirname "$0")/stubbed-path.sh"
 stub id 'echo 1000'
 stub apt-get "echo \"\$*\" >>'$work/apt-get-calls'"
 # dpkg-query -W -f=FORMAT PACKAGE
