@@ -75,6 +75,7 @@ QStringList entryNames(const QString &path, unsigned kinds, QLatin1String suffix
     if (!dir)
         return names;
     const int dirFd = ::dirfd(dir);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this call's own; readdir is unsafe only on a shared one
     while (const dirent *entry = ::readdir(dir)) {
         const char *name = entry->d_name;
         const size_t length = std::strlen(name);

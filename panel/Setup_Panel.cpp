@@ -344,13 +344,13 @@ void Setup_Panel::onSystemUpgrade(const QString &path)
 // not hidden, as the directory holds them, without sorting.
 QStringList Setup_Panel::upgradeImages(const QString &path)
 {
-    QStringList images = directorylisting::entryNames(path, directorylisting::Files | directorylisting::Dirs,
-                                                      QLatin1String(".img"));
-    images.erase(std::remove_if(images.begin(), images.end(),
-                                [&path](const QString &name) {
-                                    return !trustchecks::isAcceptedImage(path + QLatin1Char('/') + name);
-                                }),
-                 images.end());
+    const QStringList names = directorylisting::entryNames(path, directorylisting::Files | directorylisting::Dirs,
+                                                           QLatin1String(".img"));
+    QStringList images;
+    for (const QString &name : names) {
+        if (trustchecks::isAcceptedImage(path + QLatin1Char('/') + name))
+            images << name;
+    }
     return images;
 }
 
