@@ -1,9 +1,8 @@
 # Cross-compiling on Debian with multiarch: the cross compiler g++-<triplet>
 # and the target architecture's own -dev packages (qt6-base-dev:<arch>), whose
 # libraries and CMake files live in /usr/lib/<triplet>. Included by the files
-# of each architecture, which set the four variables below.
+# of each architecture, which set the three variables below.
 #   PANEL_SETUP_TRIPLET      GNU triplet, e.g. aarch64-linux-gnu
-#   PANEL_SETUP_DEB_ARCH     Debian architecture, e.g. arm64
 #   PANEL_SETUP_PROCESSOR    CMAKE_SYSTEM_PROCESSOR, e.g. aarch64
 #   PANEL_SETUP_QEMU         qemu-user program that runs the target's binaries
 
@@ -24,6 +23,3 @@ set(PKG_CONFIG_LIBDIR /usr/lib/${PANEL_SETUP_TRIPLET}/pkgconfig:/usr/share/pkgco
 # CTest runs the target's test programs under qemu-user; the target's dynamic
 # loader and libraries are installed by multiarch, so no sysroot is needed.
 set(CMAKE_CROSSCOMPILING_EMULATOR ${PANEL_SETUP_QEMU})
-
-# The Debian package is for the target.
-set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${PANEL_SETUP_DEB_ARCH})

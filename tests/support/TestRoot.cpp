@@ -2,6 +2,7 @@
 
 #include "panel/LauncherConfig.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -30,7 +31,14 @@ bool TestRoot::writeFile(const QString &devicePath, const QByteArray &content) c
         return false;
     QFile::remove(path);
     QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        return false;
+    // QSettings keeps a file's contents while its size and modification time
+    // (in milliseconds) stay the same; two writes within a millisecond would
+    // look like no change at all. Each write gets a time of its own.
+    static const QDateTime firstWrite = QDateTime::currentDateTimeUtc().addDays(-1);
+    static qint64 writes = 0;
+    return file.setFileTime(firstWrite.addSecs(++writes), QFileDevice::FileModificationTime);
 }
 
 QByteArray TestRoot::readFile(const QString &devicePath) const

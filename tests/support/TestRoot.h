@@ -30,7 +30,8 @@ public:
     QString hostPath(const QString &devicePath) const;
 
     // A fresh file with content (whatever the permissions of the one it
-    // replaces), with the missing directories on the way.
+    // replaces), with the missing directories on the way and a modification
+    // time that no earlier write had.
     bool writeFile(const QString &devicePath, const QByteArray &content) const;
     // The file's bytes; "<missing>" when it cannot be read.
     QByteArray readFile(const QString &devicePath) const;

@@ -9,7 +9,7 @@ LICENSE = "CLOSED"
 # Point this at the repository your layer builds from.
 SRC_URI = "git://git.example.com/panel-setup.git;protocol=https;branch=main"
 SRCREV = "${AUTOREV}"
-PV = "1.0+git${SRCPV}"
+PV = "1.1+git${SRCPV}"
 S = "${WORKDIR}/git"
 
 # meta-qt6. For a Qt 5.15 BSP (meta-qt5): inherit cmake_qt5 instead of
