@@ -31,7 +31,7 @@ bool TestRoot::writeFile(const QString &devicePath, const QByteArray &content) c
         return false;
     QFile::remove(path);
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() || !file.flush())
         return false;
     // QSettings keeps a file's contents while its size and modification time
     // (in milliseconds) stay the same; two writes within a millisecond would
