@@ -16,6 +16,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/statfs.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -131,6 +133,14 @@ bool syncDirectory(const QString &dir, bool fileSystem = false)
     return synced;
 }
 
+// The file just renamed synced once more: vfat writes the directory entry of
+// the new name (first cluster and size) with the file, not with its directory,
+// and until then the name holds an empty file, or one whose clusters are free.
+bool syncRenamed(int fd)
+{
+    return ops().fsync(fd) == 0;
+}
+
 // Removes path and makes the removal durable; false when there was nothing to remove.
 bool removeDurably(const QString &path)
 {
@@ -205,17 +215,13 @@ Outcome replaceAtomically(const QString &target, const struct stat *existing, co
         return giveUp(Outcome::InPlace);
     if (!writeAll(fd, bytes) || ops().fsync(fd) != 0)
         return giveUp(Outcome::WriteFailed);
-    if (::close(fd) != 0) {
-        ops().unlink(encoded(copy).constData());
-        return Outcome::WriteFailed;
-    }
     if (ops().rename(encoded(copy).constData(), encoded(target).constData()) != 0) {
         const int error = errno;
-        ops().unlink(encoded(copy).constData());
-        return layoutForbidsRename(error) ? Outcome::InPlace : Outcome::WriteFailed;
+        return giveUp(layoutForbidsRename(error) ? Outcome::InPlace : Outcome::WriteFailed);
     }
     // A rename never crosses file systems: the directory's is the target's.
-    return syncDirectory(info.absolutePath(), true) ? Outcome::Done : Outcome::NotDurable;
+    const bool synced = syncRenamed(fd) && syncDirectory(info.absolutePath(), true);
+    return ::close(fd) == 0 && synced ? Outcome::Done : Outcome::NotDurable;
 }
 
 Written writeInPlace(const QString &target, const QByteArray &bytes)
@@ -293,12 +299,13 @@ bool storeDurably(const QString &path, const QByteArray &record)
     if (fd < 0)
         return false;
     const bool written = writeAll(fd, record) && ops().fsync(fd) == 0;
-    const bool closed = ::close(fd) == 0;
-    if (!written || !closed || ops().rename(encoded(temporary).constData(), encoded(path).constData()) != 0) {
+    if (!written || ops().rename(encoded(temporary).constData(), encoded(path).constData()) != 0) {
+        ::close(fd);
         ops().unlink(encoded(temporary).constData());
         return false;
     }
-    if (!syncDirectory(QFileInfo(path).absolutePath())) {
+    const bool synced = syncRenamed(fd) && syncDirectory(QFileInfo(path).absolutePath());
+    if (::close(fd) != 0 || !synced) {
         removeDurably(path);
         return false;
     }
@@ -478,7 +485,60 @@ SaveResult save(const QString &path, const QByteArray &bytes)
     return written.result;
 }
 
-bool isLeftoverOf(const QString &name, const QString &entry)
+namespace {
+
+// The base that vfat makes a short name of, for a long name whose part before
+// its last dot is base: upper case, without dots and spaces, other characters
+// that a short name cannot hold as '_'.
+QString shortNameBase(const QString &base)
+{
+    static const QString allowed = QStringLiteral("$%'-_@~`!(){}^#&");
+    QString shortBase;
+    for (const QChar c : base) {
+        if (c == QLatin1Char('.') || c == QLatin1Char(' '))
+            continue;
+        const bool kept = c.unicode() <= 127 && (c.isLetterOrNumber() || allowed.contains(c));
+        shortBase += kept ? c.toUpper() : QLatin1Char('_');
+    }
+    return shortBase;
+}
+
+// Whether entry is a short name vfat gives "<name>.panel-setup-…": the base's
+// first six characters and "~1" to "~9", or, when those are taken, its first
+// two, four hexadecimal digits and "~1" to "~8"; the extension "PAN".
+bool isShortNameOfCopy(const QString &name, const QString &entry)
+{
+    const QString upper = entry.toUpper();
+    if (!upper.endsWith(QLatin1String(".PAN")))
+        return false;
+    const QString alias = upper.chopped(4);
+    const QString base = shortNameBase(name);
+    const auto tildeAt = alias.lastIndexOf(QLatin1Char('~'));
+    if (tildeAt < 0 || alias.size() != tildeAt + 2 || alias.at(tildeAt + 1) < QLatin1Char('1')
+        || alias.at(tildeAt + 1) > QLatin1Char('9'))
+        return false;
+    const QString head = alias.left(tildeAt);
+    if (head == base.left(6))
+        return true;
+    const QString hashed = head.mid(qMin(base.size(), 2));
+    return head.startsWith(base.left(2)) && hashed.size() == 4 && alias.at(tildeAt + 1) != QLatin1Char('9')
+           && std::all_of(hashed.cbegin(), hashed.cend(), [](QChar c) {
+                  return (c >= QLatin1Char('0') && c <= QLatin1Char('9')) || (c >= QLatin1Char('A') && c <= QLatin1Char('F'));
+              });
+}
+
+// Whether the directory is on vfat, where entries may have lost their long names.
+Names namesIn(const QString &dir)
+{
+    struct statfs fileSystem = {};
+    return ::statfs(encoded(dir).constData(), &fileSystem) == 0 && fileSystem.f_type == MSDOS_SUPER_MAGIC
+               ? Names::LongAndShort
+               : Names::Long;
+}
+
+} // namespace
+
+bool isLeftoverOf(const QString &name, const QString &entry, Names names)
 {
     for (const QString &prefix : {name + QLatin1String(CopyInfix), name + QLatin1String(RecordSuffix) + QLatin1Char('-')}) {
         if (entry.size() != prefix.size() + CopySuffixLength || !entry.startsWith(prefix))
@@ -488,7 +548,7 @@ bool isLeftoverOf(const QString &name, const QString &entry)
                         [](QChar c) { return c.unicode() <= 127 && c.isLetterOrNumber(); }))
             return true;
     }
-    return false;
+    return names == Names::LongAndShort && isShortNameOfCopy(name, entry);
 }
 
 void removeLeftovers(const QString &path)
@@ -498,9 +558,10 @@ void removeLeftovers(const QString &path)
         return;
     const QFileInfo info(target);
     const QString dir = info.absolutePath();
+    const Names names = namesIn(dir);
     using namespace directorylisting;
     for (const QString &entry : entryNames(dir, Files | Hidden | System)) {
-        if (isLeftoverOf(info.fileName(), entry))
+        if (isLeftoverOf(info.fileName(), entry, names))
             QFile::remove(dir + QLatin1Char('/') + entry);
     }
 }
@@ -526,6 +587,7 @@ void recoverPending()
         recoverRecord(recordBeside(target), devicePath);
     }
     const QString state = stateDir();
+    const Names names = namesIn(state);
     using namespace directorylisting;
     QStringList entries = entryNames(state, Files | Hidden | System);
     std::sort(entries.begin(), entries.end());
@@ -534,7 +596,7 @@ void recoverPending()
         bool leftover = false;
         for (const char *device : SettingsFiles) {
             const QString name = QFileInfo(QLatin1String(device)).fileName();
-            leftover = leftover || isLeftoverOf(name, entry);
+            leftover = leftover || isLeftoverOf(name, entry, names);
             if (entry == name + QLatin1String(RecordSuffix))
                 expected = QLatin1String(device);
         }

@@ -14,8 +14,9 @@
 //
 // A save replaces the final target of the links. Where it can, it writes a
 // copy beside the target (same owner, group and mode), syncs it, renames it
-// over the target and syncs the directory: a kill or power cut leaves the old
-// or the new bytes. Where a rename is impossible or would break the layout
+// over the target, syncs it again under the new name (vfat writes the new
+// name's directory entry only then) and syncs the directory: a kill or power
+// cut leaves the old or the new bytes. Where a rename is impossible or would break the layout
 // (read-only directory, a mount point, more than one hard link, an owner the
 // process cannot give the copy) it writes in place: space reserved first, so a
 // full file system leaves the old bytes, then written, truncated and synced.
@@ -25,8 +26,8 @@
 // the disk without its change of size, and on vfat the allocation table is
 // written after the directory. So a save of one of the three settings files
 // first stores a redo record: the file's device path, the new bytes and their
-// SHA-256, written under a temporary name, synced, renamed and its directory
-// synced. Only then is the file touched; once the new bytes and the file
+// SHA-256, written under a temporary name, synced, renamed, synced again and
+// its directory synced. Only then is the file touched; once the new bytes and the file
 // system's metadata are on the medium (fsync, syncfs) the record is removed.
 // recoverPending(), run at boot and at the daemon's start, completes the save
 // of every whole record and drops every torn one (the file was not touched
@@ -75,11 +76,18 @@ QString finalTarget(const QString &path);
 
 // The copies and unfinished records that killed saves of this program left
 // beside the final target of path (named "<name>.panel-setup-XXXXXX" and
-// "<name>.panel-setup-redo-XXXXXX"); nothing else is touched.
+// "<name>.panel-setup-redo-XXXXXX"); nothing else is touched. On vfat also
+// such an entry known to the disk only by its short name ("INTERF~1.PAN"):
+// a power cut can keep the short entry of a new name and lose its long one.
+// No whole record is ever in that state: its directory is synced before the
+// file it names is touched.
 void removeLeftovers(const QString &path);
 
-// What removeLeftovers() takes for such a copy of a file named name.
-bool isLeftoverOf(const QString &name, const QString &entry);
+enum class Names { Long, LongAndShort };
+
+// What removeLeftovers() takes for such a copy of a file named name; with
+// LongAndShort, the short names vfat gives them too.
+bool isLeftoverOf(const QString &name, const QString &entry, Names names = Names::Long);
 
 // What a save stores as its redo record for the settings file at devicePath.
 QByteArray redoRecord(const QString &devicePath, const QByteArray &bytes);

@@ -1,6 +1,7 @@
 #include "VirtualPanel.h"
 
 #include "CommandText.h"
+#include "TargetProgram.h"
 #include "netutil/NetUtil.h"
 #include "panel/LauncherConfig.h"
 #include "base/RuntimeEnv.h"
@@ -136,7 +137,7 @@ bool VirtualPanel::startDaemon(QString *error)
     }
     _daemon.setProcessEnvironment(_sandbox->environment(_collector.port(), _driver.port()));
     _daemon.setWorkingDirectory(_sandbox->root());
-    _daemon.start(binary.absoluteFilePath(), _options.daemonArguments);
+    targetprogram::start(_daemon, binary.absoluteFilePath(), _options.daemonArguments);
     if (!_daemon.waitForStarted(5000)) {
         *error = QStringLiteral("cannot start %1: %2").arg(binary.absoluteFilePath(), _daemon.errorString());
         return false;

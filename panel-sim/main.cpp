@@ -2,6 +2,7 @@
 // loopback, runs the daemon in a sandbox root, and shows the panel on the
 // terminal or as a web page, or runs a script against it.
 #include "ScriptRunner.h"
+#include "TargetProgram.h"
 #include "TerminalView.h"
 #include "VirtualPanel.h"
 #include "unixsignalhandler/UnixSignalHandler.h"
@@ -89,7 +90,9 @@ int main(int argc, char *argv[])
                                                          "expectation fails."),
                                           QStringLiteral("FILE"));
     const QCommandLineOption daemonOption(QStringLiteral("daemon"),
-                                          QStringLiteral("The daemon to run (default: panel-setup beside panel-sim)."),
+                                          QStringLiteral("The daemon to run (default: panel-setup beside panel-sim, or in "
+                                                         "PANEL_SETUP_TEST_BIN_DIR when set). It is run "
+                                                         "through PANEL_SETUP_TEST_LAUNCHER when set."),
                                           QStringLiteral("PATH"));
     const QCommandLineOption listenOption(QStringLiteral("listen-only"),
                                           QStringLiteral("Start no daemon: only listen, for one started by hand "
@@ -141,8 +144,9 @@ int main(int argc, char *argv[])
     options.root = parser.value(rootOption);
     options.reuse = parser.isSet(reuseOption);
     options.templateDir = parser.value(templateOption);
-    options.daemon = parser.isSet(daemonOption) ? parser.value(daemonOption)
-                                                : QCoreApplication::applicationDirPath() + QStringLiteral("/panel-setup");
+    options.daemon = parser.isSet(daemonOption)
+                         ? parser.value(daemonOption)
+                         : targetprogram::path(QCoreApplication::applicationDirPath() + QStringLiteral("/panel-setup"));
     options.daemonArguments = parser.positionalArguments();
     options.listenOnly = parser.isSet(listenOption);
     bool collectorOk = false;

@@ -315,6 +315,25 @@ private Q_SLOTS:
         QCOMPARE(decoded(found), decoded(kept));
     }
 
+    // An upgrade image over 4 GiB and a link to it are files like any other,
+    // with or without the entry types, on 32-bit targets too.
+    void imageOver4GiB()
+    {
+        QVERIFY(makeAll({{"big.img", File}, {"big-link.img", Link, "big.img"}}));
+        QFile big(QFile::decodeName(nativePath("big.img")));
+        QVERIFY(big.resize(qint64(5) << 30)); // sparse: no room taken
+        const Names kept = {"big.img", "big-link.img"};
+        const QStringList listed = entryNames(path(), Files, QLatin1String(".img"));
+        QCOMPARE(QSet<QString>(listed.begin(), listed.end()), decoded(kept));
+        QCOMPARE(listed, inDirectoryOrder(kept));
+        const int dirFd = ::open(QFile::encodeName(path()).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        QVERIFY(dirFd >= 0);
+        const auto closeIt = qScopeGuard([dirFd] { ::close(dirFd); });
+        QVERIFY(isOfKinds(dirFd, "big.img", DT_UNKNOWN, Files));
+        QVERIFY(isOfKinds(dirFd, "big-link.img", DT_LNK, Files));
+        QVERIFY(!isOfKinds(dirFd, "big-link.img", DT_LNK, System));
+    }
+
     void missingDirectoryListsEmpty()
     {
         QCOMPARE(entryNames(path() + "/missing", Files | Dirs | Hidden | System), QStringList());

@@ -14,6 +14,7 @@
 #include "support/PermissionBitsEnforced.h"
 #include "support/PrivateMounts.h"
 #include "support/TestRoot.h"
+#include "TargetProgram.h"
 
 #include <QDir>
 #include <QFile>
@@ -289,13 +290,14 @@ private Q_SLOTS:
             QCOMPARE(settingsfile::save(files.path, longText), settingsfile::SaveResult::Saved);
             trail = uncut.trail();
         });
-        // Up to the record's rename and the sync of its directory.
+        // Up to the record's rename, its sync under the new name and the sync of its directory.
         const int renamed = trail.indexOf("rename " + host(record));
         QVERIFY2(renamed >= 0, qPrintable(trail.join(", ")));
-        QCOMPARE(trail.at(renamed + 1), QStringLiteral("fsync"));
+        QCOMPARE(trail.at(renamed + 1), "fsync " + host(record));
+        QCOMPARE(trail.at(renamed + 2), "fsync " + QFileInfo(host(record)).path());
         setUp(l, shortText, &files);
         asDaemon(l, [&] {
-            CuttingFileOperations cuts(renamed + 2);
+            CuttingFileOperations cuts(renamed + 3);
             settingsfile::save(files.path, longText);
         });
         QCOMPARE(contents(files.target), shortText);
@@ -307,6 +309,35 @@ private Q_SLOTS:
         });
         QCOMPARE(contents(files.target), longText);
         QVERIFY(!QFileInfo::exists(host(record)));
+    }
+
+    // The whole order of an atomic save. Each file is synced again once
+    // renamed (vfat stores the new name's first cluster and size only then),
+    // and the record goes only after the file system's sync.
+    void atomicSaveOrder()
+    {
+        Files files;
+        setUp(Plain, shortText, &files);
+        QStringList trail;
+        asDaemon(Plain, [&] {
+            CuttingFileOperations uncut;
+            QCOMPARE(settingsfile::save(files.path, longText), settingsfile::SaveResult::Saved);
+            trail = uncut.trail();
+        });
+        const QString dir = host("/etc/network");
+        const QString record = dir + "/interfaces.panel-setup-redo";
+        QVERIFY2(trail.size() == 18, qPrintable(trail.join(", ")));
+        // The temporary names end in six random characters.
+        const QString recordTemporary = trail.at(0).mid(int(strlen("open ")));
+        const QString copy = trail.at(7).mid(int(strlen("open ")));
+        QCOMPARE(recordTemporary.chopped(6), record + '-');
+        QCOMPARE(copy.chopped(6), dir + "/interfaces.panel-setup-");
+        QCOMPARE(trail, QStringList({"open " + recordTemporary, "pwrite", "fsync " + recordTemporary,
+                                     "rename " + record, "fsync " + record, "fsync " + dir,
+                                     "unlink " + host("/var/lib/panel-setup/interfaces.panel-setup-redo"),
+                                     "open " + copy, "fchown", "fchmod", "pwrite", "fsync " + copy,
+                                     "rename " + files.path, "fsync " + files.path, "fsync " + dir,
+                                     "syncfs " + dir, "unlink " + record, "fsync " + dir}));
     }
 
     void recordFormat()
@@ -501,7 +532,7 @@ private Q_SLOTS:
         for (int run = 0; run < 2; ++run) {
             QProcess program;
             program.setProcessChannelMode(QProcess::MergedChannels);
-            program.start(QStringLiteral(PANEL_SETUP_RECOVER_BINARY), QStringList());
+            targetprogram::start(program, targetprogram::path(QStringLiteral(PANEL_SETUP_RECOVER_BINARY)));
             QVERIFY(program.waitForFinished(10000));
             QCOMPARE(program.exitStatus(), QProcess::NormalExit);
             QCOMPARE(program.exitCode(), 0);

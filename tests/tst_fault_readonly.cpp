@@ -8,6 +8,7 @@
 #include "pages/ButtonLevelFile.h"
 #include "panel/LauncherConfig.h"
 #include "support/PanelDaemon.h"
+#include "TargetProgram.h"
 #include "support/PrivateMounts.h"
 #include "support/SettingsSaves.h"
 #include "support/TestRoot.h"
@@ -106,14 +107,15 @@ private Q_SLOTS:
         {
             QFile script(wrapper);
             QVERIFY(script.open(QIODevice::WriteOnly));
-            script.write("#!/bin/sh\nexec setpriv --bounding-set -dac_override,-dac_read_search,-fowner -- '"
-                         PANEL_SETUP_BINARY "' \"$@\"\n");
+            script.write("#!/bin/sh\nexec setpriv --bounding-set -dac_override,-dac_read_search,-fowner -- "
+                         + targetprogram::shellCommand(targetprogram::path(PANEL_SETUP_BINARY)) + " \"$@\"\n");
             script.close();
             QVERIFY(script.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner
                                           | QFileDevice::ExeOwner));
         }
 
-        PanelDaemon d(mount ? QStringLiteral(PANEL_SETUP_BINARY) : wrapper);
+        PanelDaemon d(mount ? QStringLiteral(PANEL_SETUP_BINARY) : wrapper,
+                      mount ? PanelDaemon::Program::Daemon : PanelDaemon::Program::Wrapper);
         QVERIFY(d.sandbox.writeFile(Sandbox::StartFlagPath, QByteArray()));
         QList<QByteArray> before;
         for (const QString &file : settingsFiles)

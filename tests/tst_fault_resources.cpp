@@ -2,6 +2,7 @@
 // within a bound, it stays up, and it serves a well-behaved peer afterwards.
 #include "support/PanelDaemon.h"
 #include "support/ProcessProbe.h"
+#include "TargetProgram.h"
 
 #include <QElapsedTimer>
 #include <QTcpSocket>
@@ -186,7 +187,7 @@ private Q_SLOTS:
             QFile script(wrapper);
             QVERIFY(script.open(QIODevice::WriteOnly));
             script.write("#!/bin/sh\n"
-                         "'" PANEL_SETUP_BINARY "' \"$@\" 2>&1 | {\n"
+                         + targetprogram::shellCommand(targetprogram::path(PANEL_SETUP_BINARY)) + " \"$@\" 2>&1 | {\n"
                          "    cat & reader=$!\n"
                          "    while [ ! -e '" + stop.toLocal8Bit() + "' ]; do sleep 0.05; done\n"
                          "    kill $reader; wait $reader\n"
@@ -196,10 +197,10 @@ private Q_SLOTS:
             script.close();
             QVERIFY(script.setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner));
         }
-        P d(wrapper);
+        P d(wrapper, P::Program::Wrapper);
         QVERIFY(d.startInMenu());
         const qint64 daemon = processprobe::findByEnvironment(
-            PANEL_SETUP_BINARY, "PANEL_SETUP_ROOT=" + QFile::encodeName(d.sandbox.root()));
+            targetprogram::path(PANEL_SETUP_BINARY), "PANEL_SETUP_ROOT=" + QFile::encodeName(d.sandbox.root()));
         QVERIFY(daemon > 0);
         // Stopping the wrapper leaves the daemon behind: it is ended here.
         struct EndsProcess

@@ -7,6 +7,7 @@
 // the soak label runs one million.
 #include "support/PanelDaemon.h"
 #include "support/ProcessProbe.h"
+#include "TargetProgram.h"
 
 #include <QElapsedTimer>
 #include <QRandomGenerator>
@@ -180,7 +181,7 @@ private Q_SLOTS:
         P d(PANEL_SETUP_BINARY);
         QVERIFY(d.startInMenu());
         const qint64 pid = processprobe::findByEnvironment(
-            PANEL_SETUP_BINARY, "PANEL_SETUP_ROOT=" + d.sandbox.root().toLocal8Bit());
+            targetprogram::path(PANEL_SETUP_BINARY), "PANEL_SETUP_ROOT=" + d.sandbox.root().toLocal8Bit());
         QVERIFY(pid > 0);
         const QByteArray interfaces = d.sandbox.readFile("/etc/network/interfaces");
         const QByteArray launcher = d.sandbox.readFile("/etc/kd5820m/launcher.cfg");

@@ -19,6 +19,7 @@
 #include "panel/LauncherConfig.h"
 #include "panel/Setup_Panel.h"
 #include "support/TestRoot.h"
+#include "TargetProgram.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -148,7 +149,7 @@ private Q_SLOTS:
         for (int cycle = 0; cycle < cycles; ++cycle) {
             QProcess child;
             child.setProcessChannelMode(QProcess::SeparateChannels);
-            child.start(QStringLiteral(PANEL_SETTINGS_WRITER), QStringList());
+            targetprogram::start(child, targetprogram::path(QStringLiteral(PANEL_SETTINGS_WRITER)));
             QVERIFY2(child.waitForStarted(5000), qPrintable(child.errorString()));
             killedPids << QString::number(child.processId());
             QElapsedTimer start;

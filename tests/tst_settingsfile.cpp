@@ -411,6 +411,43 @@ private Q_SLOTS:
         QCOMPARE(settingsfile::isLeftoverOf("interfaces", entry), leftover);
     }
 
+    // On vfat an interrupted copy or record may be known only by the short
+    // name the file system made of its long one.
+    void shortNames_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("entry");
+        QTest::addColumn<bool>("leftover");
+        QTest::newRow("copy") << "interfaces" << "INTERF~1.PAN" << true;
+        QTest::newRow("ninth") << "interfaces" << "INTERF~9.PAN" << true;
+        QTest::newRow("listed in lower case") << "interfaces" << "interf~2.pan" << true;
+        QTest::newRow("dot in the name") << "launcher.cfg" << "LAUNCH~2.PAN" << true;
+        QTest::newRow("short name") << "ab" << "AB~1.PAN" << true;
+        QTest::newRow("hashed") << "buttonlevel" << "BU3F0A~1.PAN" << true;
+        QTest::newRow("hashed, eighth") << "buttonlevel" << "BU3F0A~8.PAN" << true;
+        QTest::newRow("hashed, ninth") << "buttonlevel" << "BU3F0A~9.PAN" << false;
+        QTest::newRow("hashed, not hexadecimal") << "buttonlevel" << "BU3G0A~1.PAN" << false;
+        QTest::newRow("character replaced") << "a+b" << "A_B~1.PAN" << true;
+        QTest::newRow("another file's") << "interfaces" << "BUTTON~1.PAN" << false;
+        QTest::newRow("another extension") << "interfaces" << "INTERF~1.BAK" << false;
+        QTest::newRow("no number") << "interfaces" << "INTERF~.PAN" << false;
+        QTest::newRow("number zero") << "interfaces" << "INTERF~0.PAN" << false;
+        QTest::newRow("two digits") << "interfaces" << "INTER~10.PAN" << false;
+        QTest::newRow("the file's own short name") << "interfaces" << "INTERF~1" << false;
+        QTest::newRow("long copy name") << "interfaces" << "interfaces.panel-setup-Ab3xY9" << true;
+        QTest::newRow("a record") << "interfaces" << "interfaces.panel-setup-redo" << false;
+    }
+
+    void shortNames()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, entry);
+        QFETCH(bool, leftover);
+        QCOMPARE(settingsfile::isLeftoverOf(name, entry, settingsfile::Names::LongAndShort), leftover);
+        // Elsewhere such a name is some other program's file.
+        QCOMPARE(settingsfile::isLeftoverOf(name, entry), leftover && entry.contains(QLatin1String("panel-setup")));
+    }
+
     // What the start of the daemon removes: its own copies beside the final
     // targets, nothing else, and nothing beside the links.
     void startRemovesOwnLeftoversOnly()

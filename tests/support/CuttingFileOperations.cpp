@@ -3,6 +3,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <unistd.h>
 
 CuttingFileOperations::CuttingFileOperations(int allowed, bool tear) : _allowed(allowed), _tear(tear)
 {
@@ -14,10 +15,18 @@ CuttingFileOperations::~CuttingFileOperations()
     settingsfile::setFileOperations(nullptr);
 }
 
-bool CuttingFileOperations::proceed(const char *name, const char *path)
+QByteArray CuttingFileOperations::pathOf(int fd)
+{
+    char path[4096] = {};
+    const QByteArray link = "/proc/self/fd/" + QByteArray::number(fd);
+    const ssize_t size = ::readlink(link.constData(), path, sizeof path - 1);
+    return size > 0 ? QByteArray(path, int(size)) : QByteArray("?");
+}
+
+bool CuttingFileOperations::proceed(const char *name, const QByteArray &path)
 {
     ++_attempted;
-    _trail << (path ? QLatin1String(name) + QLatin1Char(' ') + QFile::decodeName(path) : QLatin1String(name));
+    _trail << (path.isNull() ? QLatin1String(name) : QLatin1String(name) + QLatin1Char(' ') + QFile::decodeName(path));
     if (beforeEach)
         beforeEach();
     if (!cut())
@@ -64,12 +73,12 @@ int CuttingFileOperations::fchmod(int fd, mode_t mode)
 
 int CuttingFileOperations::fsync(int fd)
 {
-    return proceed("fsync") ? FileOperations::fsync(fd) : -1;
+    return proceed("fsync", pathOf(fd)) ? FileOperations::fsync(fd) : -1;
 }
 
 int CuttingFileOperations::syncfs(int fd)
 {
-    return proceed("syncfs") ? FileOperations::syncfs(fd) : -1;
+    return proceed("syncfs", pathOf(fd)) ? FileOperations::syncfs(fd) : -1;
 }
 
 int CuttingFileOperations::rename(const char *from, const char *to)

@@ -24,7 +24,8 @@ public:
     // Whether an operation met the cut.
     bool cut() const { return _allowed >= 0 && _attempted > _allowed; }
     // Every operation attempted, cut or not: its name and, for those that
-    // name a file, the file ("rename /x/interfaces").
+    // name a file or sync one, the file ("rename /x/interfaces", "fsync /x",
+    // the name it has when it is synced).
     const QStringList &trail() const { return _trail; }
     // Runs before each operation.
     std::function<void()> beforeEach;
@@ -42,7 +43,8 @@ public:
 
 private:
     // Counts the operation; false, with errno EIO, once the cut has come.
-    bool proceed(const char *name, const char *path = nullptr);
+    bool proceed(const char *name, const QByteArray &path = QByteArray());
+    static QByteArray pathOf(int fd);
 
     const int _allowed;
     const bool _tear;

@@ -2,12 +2,13 @@
 
 #include "support/RecordingCallback.h"
 #include "support/TestPageDrawings.h"
+#include "TargetProgram.h"
 
 #include <QElapsedTimer>
 #include <QSettings>
 #include <QTest>
 
-PanelDaemon::PanelDaemon(const QString &binary) : _binary(binary)
+PanelDaemon::PanelDaemon(const QString &binary, Program program) : _binary(binary), _program(program)
 {
     _process.setProcessChannelMode(QProcess::MergedChannels);
     connect(&_process, &QProcess::readyRead, this, [this] { _output += _process.readAll(); });
@@ -41,7 +42,10 @@ bool PanelDaemon::start(const QStringList &arguments)
     environment.insert(_extraEnvironment);
     _process.setProcessEnvironment(environment);
     _process.setWorkingDirectory(sandbox.root());
-    _process.start(_binary, arguments);
+    if (_program == Program::Daemon)
+        targetprogram::start(_process, targetprogram::path(_binary), arguments);
+    else
+        _process.start(_binary, arguments);
     return _process.waitForStarted(5000);
 }
 

@@ -19,8 +19,11 @@ class PanelDaemon : public QObject
     Q_OBJECT
 
 public:
-    // binary: the daemon to run (the tests' PANEL_SETUP_BINARY).
-    explicit PanelDaemon(const QString &binary);
+    // What the test starts: the daemon of this build (the tests'
+    // PANEL_SETUP_BINARY), which targetprogram:: may take from a cross build
+    // and run under an emulator, or a script of the test that starts it.
+    enum class Program { Daemon, Wrapper };
+    explicit PanelDaemon(const QString &binary, Program program = Program::Daemon);
     ~PanelDaemon() override;
 
     Sandbox sandbox;
@@ -83,6 +86,7 @@ public:
 
 private:
     const QString _binary;
+    const Program _program;
     QProcess _process;
     QProcessEnvironment _extraEnvironment;
     QByteArray _output;

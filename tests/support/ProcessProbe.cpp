@@ -1,9 +1,12 @@
 #include "support/ProcessProbe.h"
 
+#include "TargetProgram.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QList>
+#include <QStandardPaths>
 
 namespace processprobe {
 
@@ -20,7 +23,11 @@ QByteArray readProcFile(const QString &path)
 
 qint64 findByEnvironment(const QString &executable, const QByteArray &entry)
 {
-    const QString wanted = QFileInfo(executable).canonicalFilePath();
+    // Under a launcher the process's executable is the launcher, and the
+    // program follows it on the command line.
+    QStringList command = targetprogram::commandLine(executable);
+    const QString program = command.takeFirst();
+    const QString wanted = QFileInfo(QStandardPaths::findExecutable(program)).canonicalFilePath();
     const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     for (const QString &name : pids) {
         bool ok = false;
@@ -30,7 +37,10 @@ qint64 findByEnvironment(const QString &executable, const QByteArray &entry)
         const QString dir = QStringLiteral("/proc/") + name;
         if (QFileInfo(dir + QStringLiteral("/exe")).canonicalFilePath() != wanted)
             continue;
-        if (readProcFile(dir + QStringLiteral("/environ")).split('\0').contains(entry))
+        const QStringList arguments = QFile::decodeName(readProcFile(dir + QStringLiteral("/cmdline")))
+                                          .split(QLatin1Char('\0'))
+                                          .mid(1, int(command.size()));
+        if (arguments == command && readProcFile(dir + QStringLiteral("/environ")).split('\0').contains(entry))
             return pid;
     }
     return -1;

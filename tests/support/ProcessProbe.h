@@ -10,8 +10,9 @@
 // reads its resident memory.
 namespace processprobe {
 
-// The pid of a process running `executable` whose environment holds `entry`
-// (for example "PANEL_SETUP_ROOT=/tmp/x"); -1 when there is none.
+// The pid of a process running `executable` (through the launcher of
+// targetprogram:: when there is one) whose environment holds `entry` (for example
+// "PANEL_SETUP_ROOT=/tmp/x"); -1 when there is none.
 qint64 findByEnvironment(const QString &executable, const QByteArray &entry);
 
 // VmRSS of the process in KiB; -1 when it cannot be read.

@@ -15,7 +15,9 @@
 // lost:missing, lost:empty, lost:vN (an earlier save's bytes), torn, or
 // lost:unmountable; READER: ok, unreadable or - (no reader); META: ok or
 // changed (owner, group, mode, links); LEFT: ok, removed (something was beside
-// the file, and the cleanup command removed it) or left (it is still there);
+// the file, and the cleanup command removed it), left (it is still there) or
+// kept (still there because the file system turned read-only: vfat does when
+// it meets an error as mounted, and then nothing can be removed);
 // START-UP: ok, wrong or - (not a sample);
 // RECOVERY: the recovery command's status or -.
 //
@@ -528,11 +530,13 @@ private:
             beside.push_back(leftBeside(f));
         if (std::find(beside.begin(), beside.end(), true) != beside.end() && !_c.cleanup.empty())
             runCommand(commandLine(_c.cleanup, ""), {});
+        struct statvfs mounted = {};
+        const bool readOnly = ::statvfs(_c.mountDir.c_str(), &mounted) == 0 && (mounted.f_flag & ST_RDONLY);
         for (std::size_t i = 0; i < _c.files.size(); ++i) {
             const bool left = leftBeside(_c.files[i]);
-            lines[i] += left ? " left" : beside[i] ? " removed" : " ok";
+            lines[i] += left ? (readOnly ? " kept" : " left") : beside[i] ? " removed" : " ok";
             if (left)
-                keepLeftovers(variant.name, _c.files[i], state.entry);
+                keepLeftovers(variant.name, _c.files[i], state.entry, readOnly);
         }
 
         std::string startup = "-";
@@ -569,7 +573,7 @@ private:
     }
 
     // The names beside the file that the cleanup did not remove.
-    void keepLeftovers(const std::string &variant, const File &f, std::uint64_t entry)
+    void keepLeftovers(const std::string &variant, const File &f, std::uint64_t entry, bool readOnly)
     {
         if (_c.examples.empty() || _examples["left " + variant + " " + f.name]++ >= 3)
             return;
@@ -580,9 +584,7 @@ private:
                     out << dir.first << '/' << name << '\n';
             }
         }
-        // vfat turns read-only when it meets an error, and nothing is removed.
-        struct statvfs fs = {};
-        if (::statvfs(_c.mountDir.c_str(), &fs) == 0 && (fs.f_flag & ST_RDONLY))
+        if (readOnly)
             out << "(the file system had turned read-only)\n";
     }
 
