@@ -306,18 +306,20 @@ bool ScriptRunner::parse(const QString &name, const QString &script, std::vector
     return true;
 }
 
-ScriptRunner::ScriptRunner(VirtualPanel &panel, const QString &name, std::vector<Step> steps, QObject *parent)
-    : QObject(parent), _panel(panel), _name(name), _steps(std::move(steps))
+ScriptRunner::ScriptRunner(VirtualPanel &panel, const QString &name, std::vector<Step> steps, int timeScale,
+                           QObject *parent)
+    : QObject(parent), _panel(panel), _name(name), _steps(std::move(steps)), _timeScale(timeScale)
 {
     _deadline.setSingleShot(true);
     _deadline.setTimerType(Qt::PreciseTimer); // "within 3s" means 3 s, not 2.85
     connect(&_deadline, &QTimer::timeout, this, [this] {
         if (_expecting)
             fail(QStringLiteral("not met within %1 s: %2")
-                     .arg(_steps.at(_index).msecs / 1000.0)
+                     .arg(_deadline.interval() / 1000.0)
                      .arg(check(_steps.at(_index)).actual));
         else
-            fail(QStringLiteral("the daemon did not connect to both peers within %1 s").arg(StartTimeout / 1000));
+            fail(QStringLiteral("the daemon did not connect to both peers within %1 s")
+                     .arg(_deadline.interval() / 1000));
     });
     _command.setProcessChannelMode(QProcess::MergedChannels);
     connect(&_command, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
@@ -395,7 +397,7 @@ void ScriptRunner::startDaemon()
     }
     if (_panel.isReady())
         return next();
-    _deadline.start(StartTimeout);
+    _deadline.start(StartTimeout * _timeScale);
 }
 
 void ScriptRunner::execute(const Step &step)
@@ -448,11 +450,11 @@ void ScriptRunner::execute(const Step &step)
     case Kind::ExpectCommand:
         _expecting = true;
         _commandResult = {false, QStringLiteral("the command has not ended yet")};
-        _deadline.start(step.msecs);
+        _deadline.start(step.msecs * _timeScale);
         return startCommand();
     default:
         _expecting = true;
-        _deadline.start(step.msecs);
+        _deadline.start(step.msecs * _timeScale);
         _recheck.start();
         return evaluate();
     }

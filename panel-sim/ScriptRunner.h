@@ -45,7 +45,10 @@ public:
     // Parses the whole script; false with the first error ("name:line: ...").
     static bool parse(const QString &name, const QString &script, std::vector<Step> *steps, QString *error);
 
-    ScriptRunner(VirtualPanel &panel, const QString &name, std::vector<Step> steps, QObject *parent = nullptr);
+    // timeScale multiplies every time-out of the script (each expectation's and
+    // the daemon's start), for a slower machine; holds and waits keep theirs.
+    ScriptRunner(VirtualPanel &panel, const QString &name, std::vector<Step> steps, int timeScale = 1,
+                 QObject *parent = nullptr);
 
     void run();
 
@@ -73,6 +76,7 @@ private:
     VirtualPanel &_panel;
     const QString _name;
     const std::vector<Step> _steps;
+    const int _timeScale;
     size_t _index = 0;
     bool _done = false;
     QElapsedTimer _clock;

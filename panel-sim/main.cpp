@@ -127,8 +127,14 @@ int main(int argc, char *argv[])
                                            QStringLiteral("Where the web page's fonts WxH.pcf.gz are (default: "
                                                           "xfonts-base's /usr/share/fonts/X11/misc)."),
                                            QStringLiteral("DIR"), QStringLiteral("/usr/share/fonts/X11/misc"));
+    const QCommandLineOption timeScaleOption(QStringLiteral("time-scale"),
+                                             QStringLiteral("Give each expectation of the script, and the daemon's "
+                                                            "start, N times its time (1 to 10; default 1), on a slow "
+                                                            "machine such as an emulated one. Holds and waits keep "
+                                                            "their times."),
+                                             QStringLiteral("N"), QStringLiteral("1"));
     parser.addOptions({scriptOption, daemonOption, listenOption, rootOption, reuseOption, templateOption,
-                       collectorOption, driverOption, webOption, webAddressOption, fontDirOption});
+                       collectorOption, driverOption, webOption, webAddressOption, fontDirOption, timeScaleOption});
     parser.addPositionalArgument(QStringLiteral("arguments"),
                                  QStringLiteral("Given to the daemon (its setup script path)."),
                                  QStringLiteral("[-- arguments]"));
@@ -151,6 +157,10 @@ int main(int argc, char *argv[])
         return failWith(QStringLiteral("a port is a number from 0 to 65535"));
     if (options.reuse && options.root.isEmpty())
         return failWith(QStringLiteral("--reuse needs --root DIR"));
+    bool timeScaleOk = false;
+    const int timeScale = parser.value(timeScaleOption).toInt(&timeScaleOk);
+    if (!timeScaleOk || timeScale < 1 || timeScale > 10)
+        return failWith(QStringLiteral("--time-scale is a whole number from 1 to 10"));
 
     const bool web = parser.isSet(webOption);
 #ifdef PANEL_SIM_WEB
@@ -204,7 +214,7 @@ int main(int argc, char *argv[])
 
     int status = 0;
     if (scripted) {
-        ScriptRunner runner(panel, scriptName, std::move(steps));
+        ScriptRunner runner(panel, scriptName, std::move(steps), timeScale);
         QObject::connect(&runner, &ScriptRunner::finished, &app, &QCoreApplication::exit);
         runner.run();
         status = app.exec();

@@ -1,6 +1,6 @@
 #!/bin/sh
-# panel-sim's command line: a script from stdin, an unmet expectation, script
-# errors, the sandbox root made afresh or reused, and a daemon started by hand
+# panel-sim's command line: a script from stdin, an unmet expectation, the
+# time scale, script errors, the sandbox root made afresh or reused, and a daemon started by hand
 # against --listen-only, the web view's options. Usage: sim-command-line.sh
 # PANEL_SIM PANEL_SETUP web|no-web (whether panel-sim was built with the web view)
 set -eu
@@ -72,6 +72,19 @@ marker="$work/later"
 (sleep 0.5 && touch "$marker") &
 run 0 "expect command \"test -e '$marker'\" within 5s\n"
 echo "ok: expect command"
+
+# A slower machine: --time-scale N gives each expectation N times its time,
+# while a wait keeps its own.
+run 1 'expect command "exit 3" within 300ms\n' --time-scale 3
+has '-:1: FAILED: expect command "exit 3" within 300ms'
+has 'not met within 0.9 s: exit status 3'
+grep -q '^\[  \(0\.8[6-9]\|0\.9[0-9]\|1\.[0-9][0-9]\) s\] -:1: FAILED' "$work/out" ||
+    fail "the expectation did not take 0.9 s"
+run 0 'wait 300ms\nexpect command "true"\n' --time-scale 10
+grep -q '^\[  0\.[3-9][0-9] s\] 2: expect command "true"$' "$work/out" || fail "the wait did not keep its 300 ms"
+run 2 'dump\n' --time-scale 0
+has '--time-scale is a whole number from 1 to 10'
+echo "ok: --time-scale"
 
 # Script errors stop before anything runs: status 2 and the line.
 run 2 'tap 30\n'
