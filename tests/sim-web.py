@@ -29,7 +29,7 @@ if not CHROMIUM or not CHROMEDRIVER:
 
 from PIL import Image, PcfFontFile  # noqa: E402 (after the skip: only needed then)
 from selenium import webdriver  # noqa: E402
-from selenium.common.exceptions import TimeoutException  # noqa: E402
+from selenium.common.exceptions import TimeoutException, WebDriverException  # noqa: E402
 from selenium.webdriver.chrome.service import Service  # noqa: E402
 from selenium.webdriver.common.action_chains import ActionChains  # noqa: E402
 from selenium.webdriver.common.actions.wheel_input import ScrollOrigin  # noqa: E402
@@ -89,7 +89,20 @@ def start_browser():
                      "--window-size=2048,1200", "--hide-scrollbars",
                      "--user-data-dir=" + os.path.join(work, "chromium")):
         options.add_argument(argument)
-    return webdriver.Chrome(service=Service(CHROMEDRIVER), options=options)
+    # chromedriver gets 30 s to listen (Selenium's own bound); on a loaded
+    # machine its first start can take longer, so it gets a second chance,
+    # and its log tells why when it fails.
+    log = os.path.join(work, "chromedriver.log")
+    for attempt in (1, 2):
+        try:
+            return webdriver.Chrome(service=Service(CHROMEDRIVER, log_path=log), options=options)
+        except WebDriverException as error:
+            tail = ""
+            if os.path.exists(log):
+                with open(log, errors="replace") as text:
+                    tail = "".join(text.readlines()[-20:])
+            print(f"chromedriver, start {attempt}: {error.msg}; the end of its log:\n{tail}", flush=True)
+    raise Failure("chromedriver did not start twice")
 
 
 def row(screen, number):
